@@ -1,0 +1,80 @@
+# GrabSystem: a thin front over the CMake presets (see CMakePresets.json).
+#
+#   make test      install missing packages, build, run every test (ctest)
+#   make run       build and run the tool's main job: grabsys demo
+#   make bench     optimised build, benchmarks, RATIO summary
+#   make asan      tests under AddressSanitizer + UndefinedBehaviorSanitizer
+#   make tsan      tests under ThreadSanitizer
+#   make tsa       clang build with lock annotations checked (-Wthread-safety)
+#   make windows   cross-build the 64-bit Windows DLL with mingw-w64
+#   make install   install into PREFIX (default /usr/local)
+
+SHELL := /bin/bash
+PREFIX ?= /usr/local
+
+DEPS := cmake ninja-build g++ make pkg-config python3 libgtest-dev libbenchmark-dev libcli11-dev
+DEPS_TSA := clang
+DEPS_WINDOWS := g++-mingw-w64-x86-64-posix
+SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
+
+# Installs only the packages of $(1) that are missing.
+define install_missing
+	@missing=""; for p in $(1); do dpkg -s $$p >/dev/null 2>&1 || missing="$$missing $$p"; done; \
+	if [ -n "$$missing" ]; then \
+	  echo "== installing:$$missing"; \
+	  $(SUDO) apt-get update -qq && DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y -qq --no-install-recommends $$missing; \
+	else echo "== packages present: $(1)"; fi
+endef
+
+# Configures, builds and (with a third argument) tests one preset.
+define preset
+	@echo "== configure and build: preset $(1)"
+	cmake --preset $(1) $(2) >/dev/null
+	cmake --build --preset $(1)
+endef
+
+.PHONY: deps build test run bench asan tsan tsa windows install clean
+
+deps:
+	$(call install_missing,$(DEPS))
+
+build: deps
+	$(call preset,dev)
+
+test: build
+	@echo "== test: preset dev"
+	ctest --preset dev
+
+run: build
+	@echo "== run: grabsys demo"
+	./build/dev/tools/grabsys/grabsys demo
+
+bench: deps
+	$(call preset,release)
+	@echo "== benchmarks"
+	python3 bench/run_benchmarks.py build/release/bench
+
+asan: deps
+	$(call preset,asan)
+	@echo "== test: preset asan"
+	ctest --preset asan
+
+tsan: deps
+	$(call preset,tsan)
+	@echo "== test: preset tsan"
+	ctest --preset tsan
+
+tsa: deps
+	$(call install_missing,$(DEPS_TSA))
+	$(call preset,clang-tsa)
+
+windows: deps
+	$(call install_missing,$(DEPS_WINDOWS))
+	$(call preset,windows)
+	@ls -l build/windows/grabsystem/*.dll
+
+install: build
+	cmake --install build/dev --prefix $(PREFIX)
+
+clean:
+	rm -rf build

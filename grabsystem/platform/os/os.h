@@ -1,0 +1,96 @@
+// The operating-system services the library uses, behind one interface.
+//
+// Everything here has one implementation file per OS (os_posix.cpp,
+// os_win32.cpp) chosen by CMake; os.cpp holds what is OS-independent.
+// All functions may be called from any thread.
+#pragma once
+
+#include <cstdint>
+
+#include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/os/thread_annotations.h"
+
+namespace GrabSystem {
+namespace platform {
+
+// ---------------------------------------------------------------- time
+
+// Milliseconds since system start as an unsigned 32-bit value that wraps
+// after about 49.7 days, with the semantics of Win32 timeGetTime().
+GRABSYSTEM_EXPORT uint32_t GetTickMs();
+
+// Test hook: while a source is installed, GetTickMs() returns its value
+// instead of the system clock, so that time stamps and frame rates can be
+// checked exactly. Pass nullptr to return to the system clock. The source
+// must be callable from any thread.
+using TickSource = uint32_t (*)();
+GRABSYSTEM_EXPORT void SetTickSource(TickSource source);
+
+// The system clock itself, ignoring any installed source.
+GRABSYSTEM_EXPORT uint32_t SystemTickMs();
+
+// Blocks the calling thread for at least `ms` milliseconds.
+GRABSYSTEM_EXPORT void SleepMs(uint32_t ms);
+
+// ---------------------------------------------------------------- locks
+
+// A recursive lock with the semantics of a Win32 critical section: the
+// owning thread may enter it again; each Enter needs one Leave.
+class GRABSYSTEM_EXPORT CAPABILITY("critical section") CriticalSection {
+public:
+    CriticalSection();
+    ~CriticalSection();
+    CriticalSection(const CriticalSection&) = delete;
+    CriticalSection& operator=(const CriticalSection&) = delete;
+
+    void Enter() ACQUIRE();
+    void Leave() RELEASE();
+
+private:
+    // Storage for the native object (pthread_mutex_t or CRITICAL_SECTION),
+    // so that this header needs no OS header.
+    alignas(8) unsigned char m_native[64];
+};
+
+class SCOPED_CAPABILITY CriticalSectionLock {
+public:
+    explicit CriticalSectionLock(CriticalSection& cs) ACQUIRE(cs) : m_cs(cs) { m_cs.Enter(); }
+    ~CriticalSectionLock() RELEASE() { m_cs.Leave(); }
+    CriticalSectionLock(const CriticalSectionLock&) = delete;
+    CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
+
+private:
+    CriticalSection& m_cs;
+};
+
+// ---------------------------------------------------------------- threads
+
+// A started thread; null means "no thread". Win32 semantics: the handle
+// stays valid until CloseThread, whether or not the thread has ended.
+using ThreadHandle = void*;
+using ThreadFunc = unsigned long (*)(void* arg);
+
+// Win32 priority values, which is what callers pass.
+enum ThreadPriority : int {
+    eThreadPriorityNormal = 0,
+    eThreadPriorityTimeCritical = 15,
+};
+
+// Starts `func(arg)` at once on a new thread. Returns null when the thread
+// cannot be created.
+GRABSYSTEM_EXPORT ThreadHandle StartThread(ThreadFunc func, void* arg);
+
+// Best effort: false when the OS refuses (a time-critical POSIX thread needs
+// real-time scheduling rights).
+GRABSYSTEM_EXPORT bool SetThreadPriority(ThreadHandle thread, int priority);
+
+// Waits without time limit for the thread to end. Stores its exit code in
+// `exitCode` when that is not null; a thread that has already ended answers
+// at once, as often as asked. False for a null handle.
+GRABSYSTEM_EXPORT bool WaitThread(ThreadHandle thread, unsigned long* exitCode = nullptr);
+
+// Gives the handle back. A thread that still runs goes on running.
+GRABSYSTEM_EXPORT void CloseThread(ThreadHandle thread);
+
+}  // namespace platform
+}  // namespace GrabSystem

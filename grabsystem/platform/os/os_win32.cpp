@@ -1,0 +1,76 @@
+// Win32 implementation of the OS layer.
+#include <windows.h>
+#include <mmsystem.h>
+
+#include <new>
+
+#include "grabsystem/platform/os/os.h"
+
+namespace GrabSystem {
+namespace platform {
+
+uint32_t SystemTickMs() { return static_cast<uint32_t>(timeGetTime()); }
+
+void SleepMs(uint32_t ms) { ::Sleep(ms); }
+
+// ---------------------------------------------------------------- locks
+
+static_assert(sizeof(CRITICAL_SECTION) <= 64, "CriticalSection storage too small");
+
+static CRITICAL_SECTION* Native(unsigned char* storage) { return reinterpret_cast<CRITICAL_SECTION*>(storage); }
+
+CriticalSection::CriticalSection() { InitializeCriticalSection(new (m_native) CRITICAL_SECTION); }
+
+CriticalSection::~CriticalSection() { DeleteCriticalSection(Native(m_native)); }
+
+void CriticalSection::Enter() { EnterCriticalSection(Native(m_native)); }
+
+void CriticalSection::Leave() { LeaveCriticalSection(Native(m_native)); }
+
+// ---------------------------------------------------------------- threads
+
+namespace {
+
+struct StartRecord {
+    ThreadFunc func;
+    void* arg;
+};
+
+DWORD WINAPI Trampoline(LPVOID raw) {
+    StartRecord record = *static_cast<StartRecord*>(raw);
+    delete static_cast<StartRecord*>(raw);
+    return static_cast<DWORD>(record.func(record.arg));
+}
+
+}  // namespace
+
+ThreadHandle StartThread(ThreadFunc func, void* arg) {
+    if (func == nullptr) return nullptr;
+    auto* record = new (std::nothrow) StartRecord{func, arg};
+    if (record == nullptr) return nullptr;
+    HANDLE handle = ::CreateThread(nullptr, 0, Trampoline, record, 0, nullptr);
+    if (handle == nullptr) delete record;
+    return handle;
+}
+
+bool SetThreadPriority(ThreadHandle thread, int priority) {
+    return thread != nullptr && ::SetThreadPriority(static_cast<HANDLE>(thread), priority) != 0;
+}
+
+bool WaitThread(ThreadHandle thread, unsigned long* exitCode) {
+    if (thread == nullptr) return false;
+    if (::WaitForSingleObject(static_cast<HANDLE>(thread), INFINITE) != WAIT_OBJECT_0) return false;
+    if (exitCode != nullptr) {
+        DWORD code = 0;
+        ::GetExitCodeThread(static_cast<HANDLE>(thread), &code);
+        *exitCode = code;
+    }
+    return true;
+}
+
+void CloseThread(ThreadHandle thread) {
+    if (thread != nullptr) ::CloseHandle(static_cast<HANDLE>(thread));
+}
+
+}  // namespace platform
+}  // namespace GrabSystem

@@ -1,0 +1,19 @@
+# Installs the build into a scratch prefix, then builds and runs the consumer
+# project against it with find_package, and checks the pkg-config file.
+set(prefix ${WORK}/prefix)
+file(REMOVE_RECURSE ${WORK})
+execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
+                COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+execute_process(COMMAND ${WORK}/build/consumer COMMAND_ERROR_IS_FATAL ANY)
+find_program(PKG_CONFIG pkg-config)
+if(PKG_CONFIG)
+  file(GLOB_RECURSE pc ${prefix}/*/grabsystem.pc)
+  get_filename_component(pcdir "${pc}" DIRECTORY)
+  execute_process(COMMAND ${CMAKE_COMMAND} -E env PKG_CONFIG_PATH=${pcdir} ${PKG_CONFIG} --libs --cflags grabsystem
+                  OUTPUT_VARIABLE flags COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT flags MATCHES "-lgrabsystem")
+    message(FATAL_ERROR "pkg-config gives no -lgrabsystem: ${flags}")
+  endif()
+endif()

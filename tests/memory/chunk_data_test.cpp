@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+#include <vector>
+
+#include "grabsystem/memory/chunk_data.h"
+#include "grabsystem/memory/mem_block_mng.h"
+
+using namespace GrabSystem;
+
+TEST(ChunkData, AssignedBufferIsUsedButNeverReallocated) {
+    IChunkDataP chunk;
+    EXPECT_EQ(chunk.GetMemSource(), eMemSrcNew);
+    EXPECT_EQ(chunk.GetData(), nullptr);
+    std::vector<unsigned char> buffer(100);
+    EXPECT_FALSE(chunk.SetMemSource(eMemSrcAssign, buffer.data(), 0));
+    EXPECT_FALSE(chunk.SetMemSource(eMemSrcAssign, nullptr, 100));
+    EXPECT_FALSE(chunk.SetMemSource(eMemSrcMng, nullptr, 0));
+    EXPECT_FALSE(chunk.SetMemSource(static_cast<eMemBlockSource>(7), buffer.data(), 1));
+    EXPECT_EQ(chunk.GetMemSource(), eMemSrcNew);
+
+    ASSERT_TRUE(chunk.SetMemSource(eMemSrcAssign, buffer.data(), 100));
+    EXPECT_EQ(chunk.GetMemSize(), 100u);
+    EXPECT_EQ(chunk.GetData(), buffer.data());
+    // The release that comes first sets the recorded size to 0.
+    EXPECT_FALSE(chunk.AllocMemory(50, false));
+    EXPECT_EQ(chunk.GetMemSize(), 0u);
+
+    // Back to the heap: the caller's buffer is forgotten, never freed.
+    ASSERT_TRUE(chunk.SetMemSource(eMemSrcNew, nullptr, 0));
+    EXPECT_EQ(chunk.GetData(), nullptr);
+    ASSERT_TRUE(chunk.AllocMemory(64, false));
+    EXPECT_NE(chunk.GetData(), buffer.data());
+    EXPECT_TRUE(chunk.AllocMemory(0, false));
+    EXPECT_EQ(chunk.GetMemSize(), 0u);
+}
+
+TEST(ChunkData, PushDataDropsRowPaddingAndNeverOverflows) {
+    std::vector<unsigned char> src(18);
+    std::iota(src.begin(), src.end(), 0);
+    IChunkDataP chunk;
+    ASSERT_TRUE(chunk.AllocMemory(12, false));
+    ASSERT_TRUE(chunk.PushData(src.data(), 4, 3, 2));
+    const auto* data = static_cast<unsigned char*>(chunk.GetData());
+    EXPECT_EQ(std::vector<unsigned char>(data, data + 12),
+              (std::vector<unsigned char>{0, 1, 2, 3, 6, 7, 8, 9, 12, 13, 14, 15}));
+
+    ASSERT_TRUE(chunk.PushData(src.data() + 6, 4, 3, 0));
+    EXPECT_EQ(data[0], 6);
+    EXPECT_EQ(data[11], 17);
+
+    IChunkDataP small;
+    ASSERT_TRUE(small.AllocMemory(11, false));
+    EXPECT_FALSE(small.PushData(src.data(), 4, 3, 0));
+    EXPECT_FALSE(small.PushData(src.data(), SIZE_MAX / 2, 3, 0));  // product overflows
+    EXPECT_FALSE(small.PushData(nullptr, 1, 1, 0));
+    EXPECT_TRUE(small.PushData(nullptr, 0, 5, 0));  // nothing to copy
+}
+
+TEST(ChunkData, ManagerChunksReturnTheirPiece) {
+    std::vector<unsigned char> region(256);
+    CMemBlockMngP mng;
+    mng.AssignMemBlock(region.data(), region.size());
+    IChunkDataP chunk;
+    ASSERT_TRUE(chunk.SetMemSource(eMemSrcMng, &mng, 0));
+    EXPECT_EQ(chunk.GetMemSize(), 0u);  // nothing taken yet
+    ASSERT_TRUE(chunk.AllocMemory(100, false));
+    EXPECT_EQ(chunk.GetData(), region.data());
+    EXPECT_EQ(mng.GetRemainMem(), 156u);
+    ASSERT_TRUE(chunk.AllocMemory(50, false));  // releases the 100 first
+    EXPECT_EQ(mng.GetRemainMem(), 206u);
+    EXPECT_FALSE(chunk.AllocMemory(300, false));
+    EXPECT_EQ(chunk.GetMemSize(), 0u);
+
+    ASSERT_TRUE(chunk.AllocMemory(40, false));
+    void* piece = chunk.GetData();
+    mng.DischargeMemBlock();
+    EXPECT_FALSE(chunk.ReleaseMemory());
+    EXPECT_EQ(chunk.GetData(), piece);  // kept: the manager refused it
+    // And it cannot switch away while it still holds a piece it could not
+    // return: the heap source would free memory it does not own.
+    EXPECT_FALSE(chunk.SetMemSource(eMemSrcNew, nullptr, 0));
+}
+
+TEST(ChunkData, DeviceBufferBecomesTheDataAddress) {
+    IChunkDataP src, dst;
+    ASSERT_TRUE(src.AllocMemory(32, true));
+    void* device = src.GetData();
+    std::fill_n(static_cast<unsigned char*>(device), 32, 0xAB);
+    // PushData writes the host block, not the device buffer.
+    std::vector<unsigned char> frame(32, 1);
+    ASSERT_TRUE(src.PushData(frame.data(), 32, 1, 0));
+    EXPECT_EQ(static_cast<unsigned char*>(src.GetData())[0], 0xAB);
+
+    ASSERT_TRUE(dst.DuplicateFromChunk(src));
+    EXPECT_EQ(dst.GetMemSize(), 32u);
+    EXPECT_EQ(static_cast<unsigned char*>(dst.GetData())[31], 0xAB);
+    ASSERT_TRUE(src.ReleaseMemory());
+    EXPECT_EQ(src.GetData(), nullptr);
+
+    // A chunk that cannot grow refuses to duplicate instead of overflowing.
+    std::vector<unsigned char> tiny(8);
+    IChunkDataP fixed;
+    fixed.SetMemSource(eMemSrcAssign, tiny.data(), tiny.size());
+    EXPECT_FALSE(fixed.DuplicateFromChunk(dst));
+}

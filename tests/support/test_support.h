@@ -1,0 +1,51 @@
+// Helpers shared by the tests: a log capture and a clock the test drives.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "grabsystem/platform/logger/logger.h"
+#include "grabsystem/platform/os/os.h"
+
+namespace grabsys_test {
+
+struct LogLine {
+    int tag;
+    std::string text;
+};
+
+// A log manager whose lines the test can read back.
+class LogCapture {
+public:
+    LogCapture();
+    PelvaneSpace::CMsgLogMngP* Manager() { return &m_mng; }
+    std::vector<LogLine> Lines();
+    std::vector<std::string> Texts();
+    void Clear();
+
+private:
+    std::mutex m_mutex;
+    std::vector<LogLine> m_lines;
+    PelvaneSpace::CMsgLogMngP m_mng;
+};
+
+// Replaces the millisecond tick for the lifetime of the object.
+class FakeClock {
+public:
+    explicit FakeClock(uint32_t start = 1000);
+    ~FakeClock();
+    void Set(uint32_t now);
+    void Advance(uint32_t ms);
+
+private:
+    static uint32_t Now();
+    static std::atomic<uint32_t> s_now;
+};
+
+// printf-style formatting for expected log texts.
+std::string Format(const char* format, ...);
+
+}  // namespace grabsys_test

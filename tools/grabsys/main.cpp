@@ -1,0 +1,31 @@
+// grabsys: the command-line face of the GrabSystem library.
+#include <CLI/CLI.hpp>
+
+#include <iostream>
+
+#include "grab_demo.h"
+
+int main(int argc, char** argv) {
+    CLI::App app{"grabsys - camera frame pools, arm images and debug packages of the GrabSystem library"};
+    app.require_subcommand(1);
+
+    grabsys::GrabDemoOptions grab;
+    CLI::App* demo = app.add_subcommand("demo", "Run the built-in demonstration of the grab path; needs no input");
+    demo->add_option("--width", grab.width, "Frame width in pixels")->check(CLI::Range(1u, 65535u))->capture_default_str();
+    demo->add_option("--height", grab.height, "Frame height in pixels")->check(CLI::Range(1u, 65535u))->capture_default_str();
+    demo->add_option("--row-gap", grab.rowGap, "Padding bytes after each camera row")->check(CLI::Range(0u, 4096u))->capture_default_str();
+    demo->add_option("--frames", grab.frames, "Frames pushed per pool mode")->check(CLI::Range(1u, 1000000u))->capture_default_str();
+    demo->add_option("--chunks", grab.chunks, "Images in the pool")->check(CLI::Range(1u, 64u))->capture_default_str();
+    demo->add_option("--camera-fps", grab.cameraFps, "Camera frame rate; 0 pushes as fast as possible")->check(CLI::Range(0.0, 10000.0))->capture_default_str();
+    demo->add_option("--consumer-ms", grab.consumerMs, "Simulated work per consumed frame, in ms")->check(CLI::Range(0u, 10000u))->capture_default_str();
+    demo->footer("Example:\n  grabsys demo --frames 120 --camera-fps 200 --consumer-ms 8");
+
+    CLI11_PARSE(app, argc, argv);
+
+    if (demo->parsed()) {
+        const bool ok = grabsys::RunGrabDemo(grab, std::cout);
+        if (!ok) std::cerr << "grabsys demo: frames were corrupted on the grab path\n";
+        return ok ? 0 : 1;
+    }
+    return 0;
+}
