@@ -10,6 +10,16 @@ using namespace GrabSystem::platform;
 namespace {
 std::atomic<uint32_t> g_fake{0};
 uint32_t Fake() { return g_fake.load(); }
+
+// Re-entry is what a critical section allows and what the static lock
+// analysis cannot express.
+void CountReentered(CriticalSection& cs, int& counter) NO_THREAD_SAFETY_ANALYSIS {
+    cs.Enter();
+    cs.Enter();
+    ++counter;
+    cs.Leave();
+    cs.Leave();
+}
 }  // namespace
 
 TEST(Os, TickSourceCanBeReplacedAndRestored) {
@@ -30,11 +40,7 @@ TEST(Os, CriticalSectionIsRecursiveAndExcludesOthers) {
     CriticalSection cs;
     int counter = 0;
     auto work = [&] {
-        for (int i = 0; i < 10000; ++i) {
-            CriticalSectionLock outer(cs);
-            CriticalSectionLock inner(cs);  // re-entry by the owner
-            ++counter;
-        }
+        for (int i = 0; i < 10000; ++i) CountReentered(cs, counter);
     };
     std::thread a(work), b(work);
     a.join();
