@@ -12,7 +12,7 @@
 SHELL := /bin/bash
 PREFIX ?= /usr/local
 
-DEPS := cmake ninja-build g++ make pkg-config python3 libgtest-dev libbenchmark-dev libcli11-dev
+DEPS := cmake ninja-build g++ make pkg-config python3 python3-pil libgtest-dev libbenchmark-dev libcli11-dev
 DEPS_TSA := clang
 DEPS_WINDOWS := g++-mingw-w64-x86-64-posix
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "grabsystem/memory/chunk_pool_ctrl.h"
+#include "grabsystem/pool/img_pool_ctrl.h"
 
 namespace {
 
@@ -56,6 +57,34 @@ void BM_ChunkPoolPush(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame));
 }
 BENCHMARK(BM_ChunkPoolPush)->Arg(0)->Arg(64)->Unit(benchmark::kMicrosecond)->UseRealTime();
+
+// The camera's entry point: CImgPoolCtrlP::PushImg with a frame attribute,
+// then the consumer's release. Argument 1 attaches a log manager whose sink
+// counts the lines, so the cost of formatting every log line shows.
+void BM_ImgPoolPush(benchmark::State& state) {
+    const bool logged = state.range(0) != 0;
+    const auto src = SourceFrame(0);
+    std::vector<unsigned char> region(kChunks * kFrame, 1);
+    long lines = 0;
+    PelvaneSpace::CMsgLogMngP log([&lines](const PelvaneSpace::CMsgLogP&) { ++lines; });
+    GrabSystem::CImgPoolCtrlP pool(1, logged ? &log : nullptr, GrabSystem::ePoolNormal, 8);
+    GrabSystem::CMemBlockP block(region.data(), region.size());
+    pool.AssignMemoryBlock(block);
+    pool.SetDefaultMemSize(kFrame);
+    pool.Add(kChunks);
+    uint64_t serial = 0;
+    for (auto _ : state) {
+        if (!pool.PushImg(const_cast<unsigned char*>(src.data()), kWidth, kHeight, 0, 7)) {
+            state.SkipWithError("push refused");
+            break;
+        }
+        pool.Release(serial++);
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame));
+    state.counters["log_lines"] = static_cast<double>(lines);
+}
+BENCHMARK(BM_ImgPoolPush)->Arg(0)->Arg(1)->Unit(benchmark::kMicrosecond)->UseRealTime();
 
 }  // namespace
 

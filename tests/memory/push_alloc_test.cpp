@@ -1,6 +1,6 @@
 // The grab path must not touch the heap per frame: this executable replaces
 // the global allocator with one that counts, and pushes frames through a
-// chunk pool with no log manager attached.
+// chunk pool and an image pool with no log manager attached.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "grabsystem/memory/chunk_pool_ctrl.h"
+#include "grabsystem/pool/img_pool_ctrl.h"
 
 namespace {
 std::atomic<long> g_allocations{0};
@@ -66,4 +67,30 @@ TEST(PushAllocation, GrabPathDoesNotAllocate) {
         pool.DeleteAll();
         pool.DischargeMemoryBlock();
     }
+}
+
+TEST(PushAllocation, ImagePoolPathDoesNotAllocate) {
+    constexpr size_t kRow = 320, kRows = 240;
+    std::vector<unsigned char> region(3 * kRow * kRows);
+    std::vector<unsigned char> src(kRow * kRows, 4);
+    CImgPoolCtrlP pool(2, nullptr, ePoolRing, 8);
+    CMemBlockP block(region.data(), region.size());
+    ASSERT_TRUE(pool.AssignMemoryBlock(block));
+    pool.SetDefaultMemSize(kRow * kRows);
+    pool.SetImgDefaultConfig(eCam1, VormexDataStructure::eMemModeFixed,
+                             VormexDataStructure::ImgSize(kRow, kRows, 1, 8), VormexDataStructure::ImgRes());
+    ASSERT_TRUE(pool.Add(3));
+
+    const long before = g_allocations.load();
+    for (uint64_t i = 0; i < 30; ++i) {
+        ASSERT_TRUE(pool.PushImg(src.data(), kRow, kRows, 0, static_cast<unsigned>(i)));
+        IImgP* img = pool.GetImg(i);
+        ASSERT_NE(img, nullptr);
+        if (i % 2 == 0) {
+            img->SetToUsing();
+            img->ReleaseUsingStatus();
+        }
+    }
+    EXPECT_EQ(g_allocations.load() - before, 0) << "heap allocations on the image grab path";
+    pool.DeleteAll();
 }

@@ -1,7 +1,12 @@
 #include "test_support.h"
 
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
 
 namespace grabsys_test {
 
@@ -41,6 +46,31 @@ void FakeClock::Set(uint32_t now) { s_now = now; }
 void FakeClock::Advance(uint32_t ms) { s_now += ms; }
 
 uint32_t FakeClock::Now() { return s_now.load(); }
+
+TempDir::TempDir() {
+    static std::atomic<int> counter{0};
+    std::random_device random;
+    const auto base = std::filesystem::temp_directory_path();
+    m_path = (base / ("grabsys_test_" + std::to_string(random()) + "_" + std::to_string(counter++))).string();
+    std::filesystem::create_directories(m_path);
+    GrabSystem::platform::SetDriveRoot(m_path);
+}
+
+TempDir::~TempDir() {
+    GrabSystem::platform::SetDriveRoot("");
+    std::error_code ec;
+    std::filesystem::remove_all(m_path, ec);
+}
+
+std::vector<unsigned char> ReadAll(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+void WriteAll(const std::string& path, const std::vector<unsigned char>& bytes) {
+    std::ofstream out(path, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
 
 std::string Format(const char* format, ...) {
     char text[512];

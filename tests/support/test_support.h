@@ -45,6 +45,22 @@ private:
     static std::atomic<uint32_t> s_now;
 };
 
+// A fresh directory that is also the drive root, removed afterwards.
+class TempDir {
+public:
+    TempDir();
+    ~TempDir();
+    const std::string& Path() const { return m_path; }
+    // Path of a file inside the directory.
+    std::string File(const std::string& name) const { return m_path + "/" + name; }
+
+private:
+    std::string m_path;
+};
+
+std::vector<unsigned char> ReadAll(const std::string& path);
+void WriteAll(const std::string& path, const std::vector<unsigned char>& bytes);
+
 // printf-style formatting for expected log texts.
 std::string Format(const char* format, ...);
 

@@ -14,11 +14,13 @@ namespace grabsys {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using GrabSystem::CChunkPoolCtrlP;
+using GrabSystem::CImg8P;
+using GrabSystem::CImgPoolCtrlP;
 using GrabSystem::CMemBlockP;
-using GrabSystem::IChunkDataP;
-using GrabSystem::IPoolNodeP;
+using GrabSystem::IImgP;
 using GrabSystem::PoolMode;
+using VormexDataStructure::eImgFmtBmp;
+using VormexDataStructure::eImgFmtRaw;
 
 constexpr int kPatterns = 4;
 
@@ -29,6 +31,8 @@ struct ModeResult {
     uint64_t consumed = 0;
     uint64_t verified = 0;
     uint64_t mismatched = 0;
+    uint64_t filesVerified = 0;
+    uint64_t filesFailed = 0;
     double liveFps = 0.0;
     double seconds = 0.0;
     double copySeconds = 0.0;
@@ -75,13 +79,37 @@ private:
     std::vector<std::vector<unsigned char>> m_patterns;
 };
 
+uint64_t FrameNumber(const unsigned char* pixels) {
+    uint64_t number = 0;
+    std::memcpy(&number, pixels, sizeof number);
+    return number;
+}
+
+// Saves a pooled image as raw and as BMP, loads both back into fresh images
+// and compares geometry, pixels and the frame attribute.
+bool SaveAndReload(IImgP& img, const std::string& dir, uint64_t serial) {
+    bool ok = true;
+    for (auto format : {eImgFmtRaw, eImgFmtBmp}) {
+        const std::string path = dir + "\\frame" + std::to_string(serial) + (format == eImgFmtRaw ? ".raw" : ".bmp");
+        img.SaveFile(path.c_str(), format);
+        CImg8P back;
+        ok = ok && back.LoadFile(path.c_str()) && back.GetWidth() == img.GetWidth() &&
+             back.GetHeight() == img.GetHeight() && back.GetInfo().frameAttr == img.GetInfo().frameAttr &&
+             std::memcmp(back.GetData(), img.GetData(), size_t{img.GetWidth()} * img.GetHeight()) == 0;
+    }
+    return ok;
+}
+
 ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& camera) {
     ModeResult r;
     std::vector<unsigned char> region(camera.PackedSize() * o.chunks);
-    CChunkPoolCtrlP pool(static_cast<unsigned char>(mode), nullptr, mode);
+    CImgPoolCtrlP pool(static_cast<unsigned char>(mode), nullptr, mode, 8);
     CMemBlockP block(region.data(), region.size());
     pool.AssignMemoryBlock(block);
     pool.SetDefaultMemSize(camera.PackedSize());
+    pool.SetImgDefaultConfig(GrabSystem::eCam0, VormexDataStructure::eMemModeFixed,
+                             VormexDataStructure::ImgSize(o.width, o.height, 1, 8),
+                             VormexDataStructure::ImgRes(0.05, 0.05, 0.05));
     pool.Add(o.chunks);
 
     std::atomic<bool> producing{true};
@@ -93,7 +121,8 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
             std::this_thread::sleep_until(start + std::chrono::duration_cast<Clock::duration>(period * i));
             unsigned char* src = camera.Frame(i);
             const auto t0 = Clock::now();
-            const bool ok = pool.PushData(src, o.width, o.height, o.rowGap);
+            // The frame number travels as the frame attribute as well.
+            const bool ok = pool.PushImg(src, o.width, o.height, o.rowGap, static_cast<unsigned>(i));
             r.copySeconds += std::chrono::duration<double>(Clock::now() - t0).count();
             ok ? ++r.pushed : ++r.dropped;
         }
@@ -108,18 +137,22 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
             std::this_thread::sleep_for(std::chrono::microseconds(200));
             continue;
         }
-        IPoolNodeP* node = pool.GetNodeWithSerial(want);
-        if (node == nullptr) {
+        IImgP* img = pool.GetImg(want);
+        if (img == nullptr) {
             // Rung before we got to it: a live consumer skips to the newest.
             want = pool.GetNextSerialNum() - 1;
             continue;
         }
         if (mode == GrabSystem::ePoolNormal) {
             // In normal mode a pushed frame is ours until we release it.
-            const auto* pixels = static_cast<unsigned char*>(static_cast<IChunkDataP*>(node)->GetData());
-            camera.Matches(pixels) ? ++r.verified : ++r.mismatched;
+            img->SetToUsing();
+            const bool intact = camera.Matches(img->GetImg()) && img->GetInfo().frameAttr == FrameNumber(img->GetImg());
+            intact ? ++r.verified : ++r.mismatched;
+            if (r.filesVerified + r.filesFailed < o.savedFrames)
+                SaveAndReload(*img, o.outputDir, want) ? ++r.filesVerified : ++r.filesFailed;
             std::this_thread::sleep_for(std::chrono::milliseconds(o.consumerMs));
-            if (pool.Release(node)) ++r.consumed;
+            img->ReleaseUsingStatus();
+            ++r.consumed;
         } else {
             // In ring mode the producer may overwrite it while we work: the
             // release by serial tells whether it was still ours.
@@ -161,11 +194,16 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out) {
             << mb / r.seconds << std::setw(14) << (r.copySeconds > 0 ? mb / r.copySeconds : 0.0) << "\n";
         out.unsetf(std::ios::fixed);
         if (r.mismatched != 0) {
-            out << "  " << r.mismatched << " frames did not hold the pixels the camera pushed\n";
+            out << "  " << r.mismatched << " frames did not hold the pixels or attribute the camera pushed\n";
             ok = false;
         }
+        if (mode == GrabSystem::ePoolNormal) {
+            out << "  saved " << r.filesVerified + r.filesFailed << " frames as raw and BMP under " << o.outputDir
+                << ", loaded back: " << r.filesVerified << " identical\n";
+            if (r.filesFailed != 0) ok = false;
+        }
     }
-    out << "\nMB/s: frames pushed over wall time; copy MB/s: the same bytes over the time spent inside PushData.\n"
+    out << "\nMB/s: frames pushed over wall time; copy MB/s: the same bytes over the time spent inside PushImg.\n"
            "live fps counts pushes into free chunks only: a rung chunk does not feed the meter.\n";
     return ok;
 }

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <string>
 
 namespace grabsys {
 
@@ -15,10 +16,15 @@ struct GrabDemoOptions {
     uint32_t chunks = 4;         // images in the pool
     double cameraFps = 120.0;    // 0: as fast as the pool takes them
     uint32_t consumerMs = 10;    // simulated work per consumed frame
+    uint32_t savedFrames = 3;    // frames saved as raw and BMP, then reloaded
+    std::string outputDir;       // where they go (a path the library accepts)
 };
 
 // Runs the demonstration in normal and in ring mode and prints a table.
-// Returns false when a consumed frame did not hold the pixels pushed.
+// Frames enter through CImgPoolCtrlP::PushImg with their number as frame
+// attribute; the consumer fetches them with GetImg, saves a few as raw and
+// BMP files, loads those back, and releases with ReleaseUsingStatus.
+// Returns false when a frame or a reloaded file did not hold what was pushed.
 bool RunGrabDemo(const GrabDemoOptions& options, std::ostream& out);
 
 }  // namespace grabsys

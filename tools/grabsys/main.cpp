@@ -1,7 +1,9 @@
 // grabsys: the command-line face of the GrabSystem library.
 #include <CLI/CLI.hpp>
 
+#include <filesystem>
 #include <iostream>
+#include <random>
 
 #include "grab_demo.h"
 
@@ -18,11 +20,24 @@ int main(int argc, char** argv) {
     demo->add_option("--chunks", grab.chunks, "Images in the pool")->check(CLI::Range(1u, 64u))->capture_default_str();
     demo->add_option("--camera-fps", grab.cameraFps, "Camera frame rate; 0 pushes as fast as possible")->check(CLI::Range(0.0, 10000.0))->capture_default_str();
     demo->add_option("--consumer-ms", grab.consumerMs, "Simulated work per consumed frame, in ms")->check(CLI::Range(0u, 10000u))->capture_default_str();
+    demo->add_option("--saved-frames", grab.savedFrames, "Frames saved as raw and BMP and loaded back")->capture_default_str();
+    std::string outDir;
+    demo->add_option("--out", outDir, "Folder for the files the demo writes (default: a new temporary folder)");
     demo->footer("Example:\n  grabsys demo --frames 120 --camera-fps 200 --consumer-ms 8");
 
     CLI11_PARSE(app, argc, argv);
 
     if (demo->parsed()) {
+        std::error_code ec;
+        if (outDir.empty())
+            outDir = (std::filesystem::temp_directory_path() / ("grabsys_demo_" + std::to_string(std::random_device{}())))
+                         .string();
+        std::filesystem::create_directories(outDir, ec);
+        if (ec || !std::filesystem::is_directory(outDir)) {
+            std::cerr << "grabsys demo: cannot create the output folder " << outDir << ": " << ec.message() << "\n";
+            return 1;
+        }
+        grab.outputDir = outDir;
         const bool ok = grabsys::RunGrabDemo(grab, std::cout);
         if (!ok) std::cerr << "grabsys demo: frames were corrupted on the grab path\n";
         return ok ? 0 : 1;

@@ -6,6 +6,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdio>
+#include <string>
 
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/platform/os/thread_annotations.h"
@@ -91,6 +93,29 @@ GRABSYSTEM_EXPORT bool WaitThread(ThreadHandle thread, unsigned long* exitCode =
 
 // Gives the handle back. A thread that still runs goes on running.
 GRABSYSTEM_EXPORT void CloseThread(ThreadHandle thread);
+
+// ---------------------------------------------------------------- files
+
+// The system's own path texts ("D://ImgTest//...", "D:\\vormex\\...") are
+// used verbatim throughout the library. On POSIX they are translated here:
+// "\\" and runs of "/" become one "/", and a leading drive "X:" becomes the
+// folder X under the drive root, the way Wine maps drives to folders. On
+// Windows paths pass through untouched.
+GRABSYSTEM_EXPORT std::string TranslatePath(const std::string& path);
+
+// The folder under which drive letters are mapped; "" (the default) means
+// the current directory. Thread-safe; set it before files are opened.
+GRABSYSTEM_EXPORT void SetDriveRoot(const std::string& root);
+GRABSYSTEM_EXPORT std::string GetDriveRoot();
+
+// fopen of the translated path; null when the file cannot be opened.
+GRABSYSTEM_EXPORT FILE* OpenFile(const std::string& path, const char* mode);
+
+// 64-bit seek and tell (plain fseek/ftell are 32-bit on Windows).
+GRABSYSTEM_EXPORT bool FileSeek(FILE* file, int64_t offset, int whence);
+GRABSYSTEM_EXPORT int64_t FileTell(FILE* file);
+// Size of an open file in bytes, keeping its position; -1 on failure.
+GRABSYSTEM_EXPORT int64_t FileSize(FILE* file);
 
 }  // namespace platform
 }  // namespace GrabSystem

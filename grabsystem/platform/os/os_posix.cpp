@@ -1,10 +1,12 @@
 // POSIX implementation of the OS layer.
 #include <errno.h>
+#include <stdio.h>
 #include <pthread.h>
 #include <sched.h>
 #include <time.h>
 
 #include <atomic>
+#include <cctype>
 #include <new>
 
 #include "grabsystem/platform/os/os.h"
@@ -117,6 +119,32 @@ void CloseThread(ThreadHandle handle) {
     if (!thread->joined) pthread_detach(thread->id);
     Unref(thread);
 }
+
+// ---------------------------------------------------------------- files
+
+std::string TranslatePath(const std::string& path) {
+    std::string rest = path;
+    std::string out;
+    if (rest.size() >= 2 && std::isalpha(static_cast<unsigned char>(rest[0])) && rest[1] == ':') {
+        const std::string root = GetDriveRoot();
+        out = root.empty() ? std::string() : root + "/";
+        out += static_cast<char>(std::toupper(static_cast<unsigned char>(rest[0])));
+        out += '/';
+        rest.erase(0, 2);
+    }
+    for (char c : rest) {
+        if (c == '\\') c = '/';
+        if (c == '/' && !out.empty() && out.back() == '/') continue;
+        out += c;
+    }
+    return out;
+}
+
+bool FileSeek(FILE* file, int64_t offset, int whence) {
+    return file != nullptr && fseeko(file, static_cast<off_t>(offset), whence) == 0;
+}
+
+int64_t FileTell(FILE* file) { return file == nullptr ? -1 : static_cast<int64_t>(ftello(file)); }
 
 }  // namespace platform
 }  // namespace GrabSystem

@@ -2,6 +2,7 @@
 #include <windows.h>
 #include <mmsystem.h>
 
+#include <cstdio>
 #include <new>
 
 #include "grabsystem/platform/os/os.h"
@@ -71,6 +72,16 @@ bool WaitThread(ThreadHandle thread, unsigned long* exitCode) {
 void CloseThread(ThreadHandle thread) {
     if (thread != nullptr) ::CloseHandle(static_cast<HANDLE>(thread));
 }
+
+// ---------------------------------------------------------------- files
+
+std::string TranslatePath(const std::string& path) { return path; }
+
+bool FileSeek(FILE* file, int64_t offset, int whence) {
+    return file != nullptr && _fseeki64(file, offset, whence) == 0;
+}
+
+int64_t FileTell(FILE* file) { return file == nullptr ? -1 : _ftelli64(file); }
 
 }  // namespace platform
 }  // namespace GrabSystem

@@ -1,0 +1,148 @@
+// IImgP: the abstract image. A chunk of pixel memory (IChunkDataP) with an
+// owned information block (CImgInfo) that holds the geometry, channel
+// layout, memory mode, file format, alignments, resolution, processing log,
+// camera index and frame attribute. The file operations are members too:
+// the raw format, BMP/JPEG through the kinds, and the information block that
+// follows every saved file.
+//
+// Threads: only the using flag is shared between threads; it is read and
+// written under the image's own lock. Geometry, info and pixels are not
+// locked: a producer fills an image, marks it with SetToUsing, and the
+// consumer that holds it calls ReleaseUsingStatus when done, which returns
+// the image to its pool after leaving the lock.
+//
+// Copying is forbidden (it would share the info block and the lock); copy
+// content with DuplicateFromImg.
+//
+// Raw file layout (little-endian), as _SaveRaw writes it:
+//   u16 version (1) | ImgSize record | pixel bytes (the ImgSize byte size)
+// followed, as after every saved file, by the CImgInfo block (see
+// data_structure.h).
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+
+#include "grabsystem/grabsystem_export.h"
+#include "grabsystem/memory/chunk_data.h"
+#include "grabsystem/platform/data_structure/data_structure.h"
+#include "grabsystem/platform/os/os.h"
+
+namespace GrabSystem {
+
+using VormexDataStructure::CImgInfo;
+using VormexDataStructure::eImgFileFormat;
+using VormexDataStructure::eMemMode;
+using VormexDataStructure::ImgAlignment;
+using VormexDataStructure::ImgProcCmd;
+using VormexDataStructure::ImgProcCmds;
+using VormexDataStructure::ImgRes;
+using VormexDataStructure::ImgSize;
+
+class GRABSYSTEM_EXPORT IImgP : public IChunkDataP {
+public:
+    static const uint16_t byteVerSpt;  // 1: the version of the raw format
+
+    IImgP();
+    ~IImgP() override;
+
+    // ---- geometry and layout (0 or a default object without info)
+    CImgInfo& GetInfo();
+    uint32_t GetWidth() const;
+    uint32_t GetHeight() const;
+    uint64_t GetArea() const;
+    // Channel values, not bytes: channels x area.
+    uint64_t GetBufferSize() const;
+    uint8_t GetChCnt() const;
+    uint8_t GetBitPerCh() const;
+    uint8_t GetBytePerCh() const;
+    uint8_t GetBitPerPixel() const;
+    uint8_t GetBytePerPixel() const;
+    eMemMode GetMemMode() const;
+    void SetMemMode(eMemMode mode);
+    eImgFileFormat GetFileFormat() const;
+    ImgRes& GetResolution();
+    ImgAlignment& GetImgAlignmemt();
+    ImgAlignment& GetCadAlignmemt();
+    ImgProcCmds& GetLogs();
+    // Appends to the processing log, which takes ownership.
+    void AddProcLog(ImgProcCmd* cmd);
+
+    // Sets the geometry, replacing the buffer as the memory mode says: mode 0
+    // on any change of the required size, mode 1 only to grow, other modes
+    // never (the caller then keeps the buffer large enough). `flag` is passed
+    // to AllocMemory. False without info or when release or allocation
+    // fails (the size is then left unchanged).
+    bool SetSize(uint32_t width, uint32_t height, uint8_t channels, bool flag);
+
+    // Copies the whole info block and the bytes of `src`, reallocating when
+    // the sizes differ. False, copying no bytes, when this image's memory
+    // could not be made as large as `src`'s.
+    bool DuplicateFromImg(IImgP& src);
+
+    // True for a live image (its tag reads 'I', 'm', 'G').
+    bool CheckImgChar() const;
+    // Zero-fills the pixels, as much as the kind defines.
+    void ResetMemory();
+    // The pixel memory.
+    unsigned char* GetImg() { return static_cast<unsigned char*>(GetData()); }
+
+    // ---- using status
+    bool IsUsing();
+    void SetToUsing();
+    // Clears the flag, leaves the lock, then releases the image through its
+    // pool if it has one.
+    void ReleaseUsingStatus();
+
+    // ---- files (paths are the system's own texts; none throws)
+    // Saves pixels in `fmt` (1 raw, 3 BMP, 4 JPEG; others write no pixels)
+    // and appends the info block. True whenever the path is not null: a
+    // failed write shows only as a missing or short file.
+    bool SaveFile(const char* path, eImgFileFormat fmt);
+    // SaveFile to dir + tick + "." + ext ("bmp", "jpg", else "raw"); `dir`
+    // is a prefix, so it ends with a separator to put the file inside.
+    bool SaveToPath(const char* dir, eImgFileFormat fmt);
+    bool SaveBmp(const char* path);
+    bool SaveJpg(const char* path);
+    // Loads by the format the file's info block names, else by extension
+    // (.BMP, .JPG/.JPEG, .RAW, any case). Whatever the result, resets the
+    // descriptive info fields and then restores them from the file's block.
+    bool LoadFile(const char* path);
+
+protected:
+    virtual bool _SaveRaw(FILE* file);
+    virtual bool _LoadRaw(FILE* file);
+    virtual bool _SaveBmp(const char* path);
+    virtual bool _LoadBmp(const char* path);
+    virtual bool _SaveJpg(const char* path);
+    virtual bool _LoadJpg(const char* path);
+    virtual void _ResetMemory();
+
+    bool _SaveRaw(const char* path);
+    bool _LoadRaw(const char* path);
+    void _SetBitPerCn(uint8_t bits);
+    // Bytes for a geometry: 1- and 8-bit pixels take one byte, 10-, 12- and
+    // 16-bit two, others bitsPerPixel / 8; formed in 32 bits, as the
+    // buffers of this library always have been.
+    uint64_t _GetReqMemSize(uint32_t width, uint32_t height, uint8_t bitsPerPixel) const;
+    // Zero-fills min(bytes, memory size) bytes.
+    void _ZeroFill(uint64_t bytes);
+
+    CImgInfo* _Info() const { return m_info.get(); }
+
+private:
+    bool _SaveRawCore(FILE* file);
+    bool _LoadRawCore(FILE* file);
+    bool _SaveCoreRaw01(FILE* file);
+    bool _LoadCoreRaw01(FILE* file);
+    eImgFileFormat _FormatOf(const char* path);
+    void _RestoreInfo(FILE* file);
+
+    char m_tag[3];
+    std::unique_ptr<CImgInfo> m_info;
+    bool m_using GUARDED_BY(m_usingLock) = false;
+    platform::CriticalSection m_usingLock;
+};
+
+}  // namespace GrabSystem

@@ -1,0 +1,188 @@
+// The file operations of IImgP: raw format, format dispatch, file naming and
+// the information block that follows every saved file.
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <string>
+
+#include "grabsystem/image/img.h"
+#include "grabsystem/platform/data_structure/stream_io.h"
+#include "grabsystem/platform/toolkit/win_helper.h"
+
+namespace GrabSystem {
+
+using VormexDataStructure::eImgFmtBmp;
+using VormexDataStructure::eImgFmtJpg;
+using VormexDataStructure::eImgFmtRaw;
+using VormexDataStructure::eImgFmtUnknown;
+namespace io = VormexDataStructure::io;
+
+namespace {
+
+// Closes the file when the scope ends.
+struct FileCloser {
+    FILE* file;
+    ~FileCloser() {
+        if (file != nullptr) std::fclose(file);
+    }
+};
+
+}  // namespace
+
+bool IImgP::_SaveRaw(const char* path) {
+    FileCloser f{platform::OpenFile(path, "wb")};
+    return f.file != nullptr && _SaveRaw(f.file);
+}
+
+bool IImgP::_LoadRaw(const char* path) {
+    FileCloser f{platform::OpenFile(path, "rb")};
+    return f.file != nullptr && _LoadRaw(f.file);
+}
+
+bool IImgP::_SaveRaw(FILE* file) { return _SaveRawCore(file); }
+
+bool IImgP::_LoadRaw(FILE* file) { return _LoadRawCore(file); }
+
+bool IImgP::_SaveRawCore(FILE* file) {
+    if (file == nullptr) return false;
+    if (!io::WriteLE(file, byteVerSpt)) return false;
+    return _SaveCoreRaw01(file);
+}
+
+bool IImgP::_LoadRawCore(FILE* file) {
+    if (file == nullptr) return false;
+    uint16_t version = 0;
+    if (!io::ReadLE(file, version) || version != 1) return false;
+    return _LoadCoreRaw01(file);
+}
+
+bool IImgP::_SaveCoreRaw01(FILE* file) {
+    if (!m_info || !m_info->size.Append(file)) return false;
+    const uint64_t bytes = m_info->size.GetByteSize();
+    // A geometry larger than the buffer (memory mode 2) writes nothing
+    // rather than read past the buffer.
+    if (bytes > GetMemSize()) return false;
+    return io::WriteBytes(file, GetData(), static_cast<size_t>(bytes));
+}
+
+bool IImgP::_LoadCoreRaw01(FILE* file) {
+    if (!m_info) return false;
+    ImgSize size;
+    if (!size.Extract(file)) return false;
+    const uint64_t bytes = size.GetByteSize();
+    const int64_t here = platform::FileTell(file);
+    const int64_t total = platform::FileSize(file);
+    if (here < 0 || total < here) return false;
+    if (bytes > static_cast<uint64_t>(total - here)) {
+        // Truncated (or lying) file: take its geometry, but allocate nothing
+        // for pixels that are not there.
+        m_info->size.Set(size.GetWidth(), size.GetHeight(), size.GetChannels());
+        return false;
+    }
+    if (!SetSize(size.GetWidth(), size.GetHeight(), size.GetChannels(), false)) return false;
+    // The kind's depth sized the buffer; a file of a deeper kind does not fit.
+    if (bytes > GetMemSize()) return false;
+    return io::ReadBytes(file, GetData(), static_cast<size_t>(bytes));
+}
+
+bool IImgP::_SaveBmp(const char*) { return false; }
+bool IImgP::_LoadBmp(const char*) { return false; }
+bool IImgP::_SaveJpg(const char*) { return false; }
+bool IImgP::_LoadJpg(const char*) { return false; }
+
+bool IImgP::SaveFile(const char* path, eImgFileFormat fmt) {
+    if (path == nullptr) return false;
+    if (m_info) m_info->fileFormat = fmt;
+    switch (fmt) {
+        case eImgFmtRaw:
+            _SaveRaw(path);
+            break;
+        case eImgFmtBmp:
+            _SaveBmp(path);
+            break;
+        case eImgFmtJpg:
+            _SaveJpg(path);
+            break;
+        default:
+            break;
+    }
+    FileCloser f{platform::OpenFile(path, "ab")};
+    if (f.file != nullptr) GetInfo().Append(f.file, fmt);
+    return true;
+}
+
+bool IImgP::SaveBmp(const char* path) { return SaveFile(path, eImgFmtBmp); }
+
+bool IImgP::SaveJpg(const char* path) { return SaveFile(path, eImgFmtJpg); }
+
+bool IImgP::SaveToPath(const char* dir, eImgFileFormat fmt) {
+    if (dir == nullptr) return false;
+    const uint32_t tick = platform::GetTickMs();
+    const char* ext = fmt == eImgFmtBmp ? "bmp" : fmt == eImgFmtJpg ? "jpg" : "raw";
+    char path[2048];
+    std::snprintf(path, sizeof path, "%s%d.%s", dir, static_cast<int>(tick), ext);
+    return SaveFile(path, fmt);
+}
+
+eImgFileFormat IImgP::_FormatOf(const char* path) {
+    std::string ext = DrasselSpace::CWinHelper::GetFileExtension(path).substr(0, 256);
+    std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    if (ext == ".BMP") return eImgFmtBmp;
+    if (ext == ".JPG" || ext == ".JPEG") return eImgFmtJpg;
+    if (ext == ".RAW") return eImgFmtRaw;
+    return eImgFmtUnknown;
+}
+
+void IImgP::_RestoreInfo(FILE* file) {
+    CImgInfo saved;
+    if (!saved.Extract(file, false)) return;
+    // A block whose geometry needs more memory than the image holds (it
+    // lies, or the pixels failed to load) keeps the geometry as loaded, so
+    // that no reader of this image runs past its buffer.
+    if (saved.size.GetByteSize() > GetMemSize()) saved.size = m_info->size;
+    *m_info = saved;
+}
+
+bool IImgP::LoadFile(const char* path) {
+    if (path == nullptr || !m_info) return false;
+    eImgFileFormat format = eImgFmtUnknown;
+    {
+        FileCloser f{platform::OpenFile(path, "rb")};
+        if (f.file == nullptr) return false;
+        if (CImgInfo::HasCImgInfo(f.file)) format = CImgInfo::ExtractFileType(f.file);
+    }
+    if (format == eImgFmtUnknown) format = _FormatOf(path);
+
+    bool result = false;
+    switch (format) {
+        case eImgFmtRaw:
+            result = _LoadRaw(path);
+            break;
+        case eImgFmtBmp:
+            result = _LoadBmp(path);
+            break;
+        case eImgFmtJpg:
+            result = _LoadJpg(path);
+            break;
+        default:
+            break;
+    }
+
+    // Descriptive fields start from the defaults of a loaded image, then the
+    // file's own block (if any) brings back what was saved.
+    m_info->procLog.Clear();
+    m_info->cadAlignment = ImgAlignment(GetWidth(), GetHeight());
+    m_info->imgAlignment = ImgAlignment(GetWidth(), GetHeight());
+    m_info->camIdx = eCamNone;
+    m_info->status = 65535;
+    m_info->memMode = VormexDataStructure::eMemModeRealloc;
+    m_info->resolution = ImgRes(10.0, 10.0, 10.0);
+    {
+        FileCloser f{platform::OpenFile(path, "rb")};
+        if (f.file != nullptr) _RestoreInfo(f.file);
+    }
+    if (m_info->procLog.Size() == 0) m_info->procLog.Add(new ImgProcCmd(VormexDataStructure::eProcLoadFile));
+    return result;
+}
+
+}  // namespace GrabSystem

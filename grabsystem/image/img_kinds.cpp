@@ -1,0 +1,207 @@
+#include "grabsystem/image/img_kinds.h"
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <vector>
+
+#include "grabsystem/platform/data_structure/stream_io.h"
+#include "grabsystem/platform/toolkit/file_tool.h"
+#include "grabsystem/platform/toolkit/image_io_tool.h"
+
+namespace GrabSystem {
+
+using DrasselSpace::ePixelFormatP;
+using DrasselSpace::FileToolP;
+using DrasselSpace::ImageIOToolP;
+
+namespace {
+
+// Frees a toolkit buffer when the scope ends.
+using Owned = std::unique_ptr<unsigned char[]>;
+
+uint64_t Values(const IImgP& img) { return uint64_t{img.GetChCnt()} * img.GetHeight() * img.GetWidth(); }
+
+// Decodes a BMP and sizes the image to it, as the kinds that read BMPs do:
+// the geometry follows the decoder's answer (0 x 0 when it failed).
+bool LoadBmpInto(IImgP& img, const char* path, Owned& pixels, uint64_t& count) {
+    unsigned char* data = nullptr;
+    unsigned width = 0, height = 0;
+    ePixelFormatP format = DrasselSpace::ePixelFormatUnknown;
+    const bool decoded = ImageIOToolP::LoadBMP(path, data, width, height, format);
+    pixels.reset(data);
+    if (!img.SetSize(width, height, static_cast<uint8_t>(format), false) || !decoded) return false;
+    count = uint64_t{static_cast<uint32_t>(format)} * width * height;
+    return count <= img.GetMemSize();
+}
+
+// The float and double raw files share one layout; E is the element size.
+constexpr size_t kRawHeader = 32;
+
+template <typename T>
+bool SaveValueRaw(IImgP& img, const std::string& path) {
+    try {
+        const uint32_t width = img.GetWidth(), height = img.GetHeight(), channels = img.GetChCnt();
+        const ImgRes res = img.GetResolution();
+        const uint64_t bytes = uint64_t{width} * height * channels * sizeof(T);
+        if (bytes > img.GetMemSize()) return false;
+        std::vector<unsigned char> file(kRawHeader + bytes);
+        const uint32_t head[4] = {1, width, height, channels};
+        std::memcpy(file.data(), head, sizeof head);
+        std::memcpy(file.data() + 16, &res.dY, 8);
+        std::memcpy(file.data() + 24, &res.dZ, 8);
+        if (bytes != 0) std::memcpy(file.data() + kRawHeader, img.GetData(), static_cast<size_t>(bytes));
+        return FileToolP::SaveDataToFile(path, file.data(), file.size());
+    } catch (...) {
+        return false;
+    }
+}
+
+template <typename T>
+bool LoadValueRaw(IImgP& img, const std::string& path) {
+    unsigned char* raw = nullptr;
+    unsigned long long size = 0;
+    if (!FileToolP::LoadDataFromFile(path, raw, size)) return false;
+    Owned file(raw);
+    if (size < kRawHeader) return false;
+    uint32_t head[4];
+    std::memcpy(head, file.get(), sizeof head);
+    const uint32_t width = head[1], height = head[2], channels = head[3];
+    // Refuse before sizing the image: the values must be in the file, and
+    // their count fits the signed 32-bit product the format has always used.
+    const uint64_t count = uint64_t{width} * height * channels;
+    if (channels > 255 || count > INT32_MAX || count * sizeof(T) > size - kRawHeader) return false;
+    if (!img.SetSize(width, height, static_cast<uint8_t>(channels), false)) return false;
+    std::memcpy(&img.GetResolution().dY, file.get() + 16, 8);
+    std::memcpy(&img.GetResolution().dZ, file.get() + 24, 8);
+    const uint64_t bytes = count * sizeof(T);
+    if (bytes > img.GetMemSize()) return false;
+    if (bytes != 0) std::memcpy(img.GetData(), file.get() + kRawHeader, static_cast<size_t>(bytes));
+    return true;
+}
+
+}  // namespace
+
+// ---------------------------------------------------------------- CImg8P
+
+CImg8P::CImg8P() { _SetBitPerCn(8); }
+
+bool CImg8P::_SaveBmp(const char* path) {
+    if (Values(*this) > GetMemSize()) return false;
+    return ImageIOToolP::SaveBMP(path, GetImg(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()));
+}
+
+bool CImg8P::_LoadBmp(const char* path) {
+    Owned pixels;
+    uint64_t count = 0;
+    if (!LoadBmpInto(*this, path, pixels, count)) return false;
+    if (count != 0) std::memcpy(GetData(), pixels.get(), static_cast<size_t>(count));
+    return true;
+}
+
+void CImg8P::_ResetMemory() { _ZeroFill(Values(*this)); }
+
+// ---------------------------------------------------------------- 16 / 32
+
+CImg16P::CImg16P() { _SetBitPerCn(16); }
+void CImg16P::_ResetMemory() { _ZeroFill(Values(*this) * 2); }
+
+CImg32P::CImg32P() { _SetBitPerCn(32); }
+void CImg32P::_ResetMemory() { _ZeroFill(Values(*this) * 4); }
+
+// ---------------------------------------------------------------- float
+
+CImgFloatP::CImgFloatP() { _SetBitPerCn(32); }
+
+void CImgFloatP::_ResetMemory() { _ZeroFill(Values(*this) * 4); }
+
+bool CImgFloatP::_SaveBmp(const char* path) {
+    if (_Info() == nullptr || GetChCnt() != 1) return false;
+    const uint64_t n = uint64_t{GetWidth()} * GetHeight();
+    if (n * sizeof(float) > GetMemSize()) return false;
+    const float* values = GetImg();
+
+    // The maximum starts at the smallest positive normal double, so an
+    // image of negative values only stretches as if its maximum were 0.
+    double max = 2.2250738585072014e-308;
+    double min = 1.7976931348623157e308;
+    for (uint64_t i = 0; i < n; ++i) {
+        if (values[i] == kNoData) continue;
+        max = std::max(max, static_cast<double>(values[i]));
+        min = std::min(min, static_cast<double>(values[i]));
+    }
+    const auto scale = static_cast<float>(255.0 / (max - min));
+
+    std::unique_ptr<unsigned char[]> grey(new (std::nothrow) unsigned char[n == 0 ? 1 : n]);
+    if (!grey) return false;
+    for (uint64_t i = 0; i < n; ++i) {
+        if (values[i] == kNoData) {
+            grey[i] = 0;
+            continue;
+        }
+        // Truncation toward zero, then the low 8 bits; out of the 32-bit
+        // range the conversion gives 0, as the x86 conversion instruction
+        // does, instead of undefined behaviour.
+        const double v = (static_cast<double>(values[i]) - min) * static_cast<double>(scale);
+        const int32_t whole = std::isfinite(v) && v > -2147483649.0 && v < 2147483648.0 ? static_cast<int32_t>(v) : 0;
+        grey[i] = static_cast<unsigned char>(whole & 0xFF);
+    }
+    ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), DrasselSpace::ePixelFormatGray8);
+    return true;
+}
+
+bool CImgFloatP::SaveToRaw(std::string path) { return SaveValueRaw<float>(*this, path); }
+
+bool CImgFloatP::LoadFromRaw(std::string path) { return _Info() != nullptr && LoadValueRaw<float>(*this, path); }
+
+// ---------------------------------------------------------------- double
+
+CImgDoubleP::CImgDoubleP() { _SetBitPerCn(64); }
+
+void CImgDoubleP::_ResetMemory() { _ZeroFill(Values(*this) * 8); }
+
+bool CImgDoubleP::SaveToRaw(std::string path) { return SaveValueRaw<double>(*this, path); }
+
+bool CImgDoubleP::LoadFromRaw(std::string path) { return _Info() != nullptr && LoadValueRaw<double>(*this, path); }
+
+// ---------------------------------------------------------------- mask
+
+CImgMaskP::CImgMaskP() { _SetBitPerCn(1); }
+
+void CImgMaskP::_ResetMemory() { _ZeroFill(Values(*this) / 8); }
+
+bool CImgMaskP::_SaveBmp(const char* path) {
+    const uint64_t count = GetBufferSize();
+    if (count > GetMemSize()) return false;
+    std::unique_ptr<unsigned char[]> grey(new (std::nothrow) unsigned char[count == 0 ? 1 : count]);
+    if (!grey) return false;
+    const unsigned char* mask = GetImg();
+    for (uint64_t i = 0; i < count; ++i) grey[i] = mask[i] > 0 ? 255 : 0;
+    return ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()));
+}
+
+bool CImgMaskP::_LoadBmp(const char* path) {
+    Owned pixels;
+    uint64_t count = 0;
+    if (!LoadBmpInto(*this, path, pixels, count)) return false;
+    unsigned char* mask = GetImg();
+    for (uint64_t i = 0; i < count; ++i) mask[i] = pixels[i] >= 128 ? 1 : 0;
+    return true;
+}
+
+// ---------------------------------------------------------------- flat-field table
+
+CFFCTableP::CFFCTableP() { _SetBitPerCn(16); }
+
+bool CFFCTableP::Append(FILE* file) {
+    if (file == nullptr || !GetInfo().Append(file, VormexDataStructure::eImgFmtFFC)) return false;
+    return _SaveRaw(file);
+}
+
+bool CFFCTableP::Extract(FILE* file) {
+    if (file == nullptr || !GetInfo().Extract(file, true)) return false;
+    return _LoadRaw(file);
+}
+
+}  // namespace GrabSystem

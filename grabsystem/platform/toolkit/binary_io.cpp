@@ -1,0 +1,72 @@
+#include "grabsystem/platform/toolkit/binary_io.h"
+
+#include "grabsystem/platform/data_structure/stream_io.h"
+#include "grabsystem/platform/os/os.h"
+
+using GrabSystem::platform::FileSize;
+using GrabSystem::platform::FileTell;
+using GrabSystem::platform::OpenFile;
+
+BinaryReader::~BinaryReader() { Close(); }
+
+int BinaryReader::Open(const char* path) {
+    Close();
+    m_failed = false;
+    m_file = path == nullptr ? nullptr : OpenFile(path, "rb");
+    return m_file != nullptr ? 1 : 0;
+}
+
+void BinaryReader::Close() {
+    if (m_file != nullptr) std::fclose(m_file);
+    m_file = nullptr;
+}
+
+unsigned int BinaryReader::ReadUInt() {
+    uint32_t value = 0;
+    if (m_file == nullptr || !VormexDataStructure::io::ReadLE(m_file, value)) {
+        m_failed = true;
+        return 0;
+    }
+    return value;
+}
+
+size_t BinaryReader::ReadByteArray(unsigned char* dest, size_t size) {
+    if (m_file == nullptr || dest == nullptr || size == 0) return 0;
+    const size_t got = std::fread(dest, 1, size, m_file);
+    if (got != size) m_failed = true;
+    return got;
+}
+
+uint64_t BinaryReader::Remaining() {
+    if (m_file == nullptr) return 0;
+    const int64_t size = FileSize(m_file), here = FileTell(m_file);
+    return size > here && here >= 0 ? static_cast<uint64_t>(size - here) : 0;
+}
+
+BinaryWriter::~BinaryWriter() { Close(); }
+
+bool BinaryWriter::Open(const char* path) {
+    Close();
+    m_failed = false;
+    m_file = path == nullptr ? nullptr : OpenFile(path, "wb");
+    return m_file != nullptr;
+}
+
+bool BinaryWriter::Close() {
+    if (m_file == nullptr) return false;
+    const bool closed = std::fclose(m_file) == 0;
+    m_file = nullptr;
+    return closed && !m_failed;
+}
+
+bool BinaryWriter::WriteUInt(unsigned int value) {
+    const bool ok = m_file != nullptr && VormexDataStructure::io::WriteLE(m_file, static_cast<uint32_t>(value));
+    if (!ok) m_failed = true;
+    return ok;
+}
+
+bool BinaryWriter::Write(const void* data, size_t size) {
+    const bool ok = m_file != nullptr && (size == 0 || (data != nullptr && std::fwrite(data, 1, size, m_file) == size));
+    if (!ok) m_failed = true;
+    return ok;
+}

@@ -1,0 +1,45 @@
+// BMP files of the toolkit library.
+//
+// The writer produces standard uncompressed bottom-up BMPs: 8-bit grey with
+// a grey palette for one channel, 24-bit for three, 32-bit for four. The
+// reader accepts uncompressed 8-bit (palette mapped to grey), 24-bit and
+// 32-bit files in either row order. Pixels in memory are packed rows, top
+// row first, channels interleaved in the file's order (B, G, R[, A]).
+//
+// The reader treats every header field as hostile: sizes and offsets are
+// checked against the file before anything is allocated, so a damaged file
+// gives false and never a read outside the file's bytes. Bytes after the
+// pixel array (such as an image information block) are ignored.
+#pragma once
+
+#include "grabsystem/grabsystem_export.h"
+
+namespace DrasselSpace {
+
+// The pixel format of a BMP, as its channel count.
+enum ePixelFormatP : int {
+    ePixelFormatUnknown = 0,
+    ePixelFormatGray8 = 1,
+    ePixelFormatBGR24 = 3,
+    ePixelFormatBGRA32 = 4,
+};
+
+class GRABSYSTEM_EXPORT ImageIOToolP {
+public:
+    // Writes width x height pixels of `format` channels. False for a null
+    // path or pixels, a zero size, an unsupported format, or a failed write.
+    static bool SaveBMP(const char* path, unsigned char* pixels, unsigned width, unsigned height,
+                        ePixelFormatP format);
+
+    // Decodes a BMP into a buffer allocated with new[] (the caller frees it
+    // with delete[]). On failure returns false and leaves `pixels` null and
+    // the sizes and format 0.
+    static bool LoadBMP(const char* path, unsigned char*& pixels, unsigned& width, unsigned& height,
+                        ePixelFormatP& format);
+
+    // The same decoder over bytes already in memory.
+    static bool DecodeBMP(const unsigned char* file, unsigned long long fileSize, unsigned char*& pixels,
+                          unsigned& width, unsigned& height, ePixelFormatP& format);
+};
+
+}  // namespace DrasselSpace

@@ -1,0 +1,35 @@
+// Directory and file-name helpers of the toolkit library. Static and
+// thread-safe; none throws.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "grabsystem/grabsystem_export.h"
+
+namespace DrasselSpace {
+
+class GRABSYSTEM_EXPORT CWinHelper {
+public:
+    static bool IsDirectoryExists(const std::string& path);
+    static bool CreateDirectoryRecursively(const std::string& path);
+
+    // The plain files of one directory (not its subdirectories), as
+    // `dir` + separator + name, in the order the file system lists them.
+    // False when the directory cannot be listed.
+    static bool GetDirectoryAllFilePath(const std::string& dir, std::vector<std::string>& paths);
+
+    // The extension of the file-name part, from its last dot, dot included;
+    // "" when the name has no dot. Both "\" and "/" separate directories.
+    static std::string GetFileExtension(const std::string& path);
+    // The file-name part without directory and extension.
+    static std::string GetFileNameWithoutExtension(const std::string& path);
+};
+
+class GRABSYSTEM_EXPORT StringToolP {
+public:
+    // True for a non-empty string of decimal digits only.
+    static bool IsNumber(const std::string& text);
+};
+
+}  // namespace DrasselSpace

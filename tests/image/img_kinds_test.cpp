@@ -1,0 +1,159 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+#include "grabsystem/image/img_kinds.h"
+#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "test_support.h"
+
+using namespace GrabSystem;
+using namespace VormexDataStructure;
+using grabsys_test::ReadAll;
+using grabsys_test::TempDir;
+using grabsys_test::WriteAll;
+
+namespace {
+
+// The grey levels of a BMP this library wrote.
+std::vector<unsigned char> GreyOf(const char* path) {
+    unsigned char* pixels = nullptr;
+    unsigned w = 0, h = 0;
+    DrasselSpace::ePixelFormatP f{};
+    if (!DrasselSpace::ImageIOToolP::LoadBMP(path, pixels, w, h, f)) return {};
+    std::vector<unsigned char> grey(pixels, pixels + size_t{w} * h * f);
+    delete[] pixels;
+    return grey;
+}
+
+std::vector<unsigned char> RenderFloats(const std::vector<float>& values, const char* path) {
+    CImgFloatP img;
+    img.SetSize(static_cast<uint32_t>(values.size()), 1, 1, false);
+    std::memcpy(img.GetImg(), values.data(), values.size() * 4);
+    img.SaveBmp(path);
+    return GreyOf(path);
+}
+
+}  // namespace
+
+TEST(ImgKinds, FloatRendersStretchedWithItsQuirks) {
+    TempDir dir;
+    std::filesystem::create_directories(dir.File("D"));
+    const float no = CImgFloatP::kNoData;
+    EXPECT_EQ(RenderFloats({0.0f, 1.0f, no}, "D:\\a.bmp"), (std::vector<unsigned char>{0, 255, 0}));
+    // Negative values stretch up to the smallest positive double, not to
+    // their own maximum: -1.0 lands in the middle.
+    EXPECT_EQ(RenderFloats({-2.0f, -1.0f}, "D:\\b.bmp"), (std::vector<unsigned char>{0, 127}));
+    // All "no data": every pixel black.
+    EXPECT_EQ(RenderFloats({no, no, no}, "D:\\c.bmp"), (std::vector<unsigned char>{0, 0, 0}));
+    // A huge spread: the integer part leaves 32 bits and becomes 0.
+    EXPECT_EQ(RenderFloats({0.0f, 0.5f, 1.0f}, "D:\\d.bmp")[1], 127);
+
+    CImgFloatP rgb;
+    rgb.SetSize(2, 2, 3, false);
+    EXPECT_TRUE(rgb.SaveBmp("D:\\rgb.bmp"));  // the save reports true...
+    EXPECT_TRUE(GreyOf("D:\\rgb.bmp").empty());  // ...but no pixels were written
+}
+
+TEST(ImgKinds, MaskSavesAs0And255AndLoadsAtThreshold128) {
+    TempDir dir;
+    std::filesystem::create_directories(dir.File("D"));
+    CImgMaskP mask;
+    mask.SetSize(3, 1, 1, false);
+    const unsigned char bits[3] = {0, 1, 7};
+    std::memcpy(mask.GetImg(), bits, 3);
+    ASSERT_TRUE(mask.SaveBmp("D:\\mask.bmp"));
+    EXPECT_EQ(GreyOf("D:\\mask.bmp"), (std::vector<unsigned char>{0, 255, 255}));
+
+    unsigned char grey[4] = {0, 127, 128, 255};
+    ASSERT_TRUE(DrasselSpace::ImageIOToolP::SaveBMP("D:\\grey.bmp", grey, 4, 1, DrasselSpace::ePixelFormatGray8));
+    CImgMaskP loaded;
+    ASSERT_TRUE(loaded.LoadFile("D:\\grey.bmp"));
+    EXPECT_EQ(std::vector<unsigned char>(loaded.GetImg(), loaded.GetImg() + 4), (std::vector<unsigned char>{0, 0, 1, 1}));
+
+    // Kinds without a BMP encoder leave a file holding only the block.
+    CImg16P deep;
+    deep.SetSize(2, 2, 1, false);
+    deep.SaveBmp("D:\\deep.bmp");
+    FILE* f = std::fopen(dir.File("D/deep.bmp").c_str(), "rb");
+    EXPECT_TRUE(CImgInfo::HasCImgInfo(f));
+    std::fclose(f);
+    EXPECT_TRUE(GreyOf("D:\\deep.bmp").empty());
+}
+
+TEST(ImgKinds, FloatAndDoubleRawFilesKeepTheirLayout) {
+    TempDir dir;
+    std::filesystem::create_directories(dir.File("D"));
+    CImgFloatP f;
+    f.SetSize(4, 2, 1, false);
+    for (int i = 0; i < 8; ++i) f.GetImg()[i] = 0.25f * static_cast<float>(i);
+    f.GetResolution() = ImgRes(1.5, 2.5, 3.5);
+    ASSERT_TRUE(f.SaveToRaw("D:\\f.fraw"));
+    auto bytes = ReadAll(dir.File("D/f.fraw"));
+    ASSERT_EQ(bytes.size(), 32u + 32u);
+    uint32_t head[4];
+    std::memcpy(head, bytes.data(), 16);
+    EXPECT_EQ(head[0], 1u);
+    EXPECT_EQ(head[1], 4u);
+    EXPECT_EQ(head[2], 2u);
+    EXPECT_EQ(head[3], 1u);
+    double y = 0;
+    std::memcpy(&y, &bytes[16], 8);
+    EXPECT_EQ(y, 2.5);  // the first resolution value is not stored
+
+    CImgFloatP back;
+    ASSERT_TRUE(back.LoadFromRaw("D:\\f.fraw"));
+    EXPECT_EQ(back.GetImg()[7], 1.75f);
+    EXPECT_EQ(back.GetResolution().dZ, 3.5);
+    EXPECT_EQ(back.GetResolution().dX, 10.0);
+
+    CImgDoubleP d;
+    d.SetSize(4, 2, 1, false);
+    ASSERT_TRUE(d.SaveToRaw("D:\\d.draw"));
+    EXPECT_EQ(ReadAll(dir.File("D/d.draw")).size(), 32u + 64u);
+
+    // Short or lying files are refused before anything is sized.
+    WriteAll(dir.File("D/short.fraw"), std::vector<unsigned char>(bytes.begin(), bytes.begin() + 40));
+    CImgFloatP s;
+    EXPECT_FALSE(s.LoadFromRaw("D:\\short.fraw"));
+    EXPECT_EQ(s.GetMemSize(), 0u);
+    auto huge = bytes;
+    huge[5] = 0xFF;  // width 65284
+    huge[9] = 0xFF;
+    WriteAll(dir.File("D/huge.fraw"), huge);
+    EXPECT_FALSE(s.LoadFromRaw("D:\\huge.fraw"));
+    EXPECT_FALSE(s.LoadFromRaw("D:\\missing.fraw"));
+    WriteAll(dir.File("D/tiny.fraw"), std::vector<unsigned char>(10, 1));
+    EXPECT_FALSE(s.LoadFromRaw("D:\\tiny.fraw"));
+}
+
+TEST(ImgKinds, FlatFieldTableStreamsInfoFirst) {
+    TempDir dir;
+    std::filesystem::create_directories(dir.File("D"));
+    CFFCTableP table;
+    table.SetSize(3, 2, 1, false);
+    for (int i = 0; i < 6; ++i) table.GetImg()[i] = static_cast<uint16_t>(4000 + i);
+    table.GetInfo().camIdx = eCam5;
+    FILE* f = std::fopen(dir.File("D/ffc.bin").c_str(), "wb");
+    ASSERT_TRUE(table.Append(f));
+    ASSERT_TRUE(table.Append(f));  // two tables back to back
+    std::fclose(f);
+
+    f = std::fopen(dir.File("D/ffc.bin").c_str(), "rb");
+    for (int i = 0; i < 2; ++i) {
+        CFFCTableP back;
+        ASSERT_TRUE(back.Extract(f));
+        EXPECT_EQ(back.GetWidth(), 3u);
+        EXPECT_EQ(back.GetImg()[5], 4005);
+        EXPECT_EQ(back.GetInfo().camIdx, eCam5);
+        EXPECT_EQ(back.GetInfo().fileFormat, eImgFmtFFC);
+    }
+    CFFCTableP end;
+    EXPECT_FALSE(end.Extract(f));
+    std::fclose(f);
+    EXPECT_FALSE(end.Extract(nullptr));
+    EXPECT_FALSE(end.Append(nullptr));
+}
