@@ -12,9 +12,9 @@
 SHELL := /bin/bash
 PREFIX ?= /usr/local
 
-DEPS := cmake ninja-build g++ make pkg-config python3 python3-pil libgtest-dev libbenchmark-dev libcli11-dev
+DEPS := cmake ninja-build g++ make pkg-config python3 python3-pil python3-lz4 liblz4-dev libgcrypt20-dev openssl libgtest-dev libbenchmark-dev libcli11-dev
 DEPS_TSA := clang
-DEPS_WINDOWS := g++-mingw-w64-x86-64-posix
+DEPS_WINDOWS := g++-mingw-w64-x86-64-posix libgcrypt-mingw-w64-dev
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 # Installs only the packages of $(1) that are missing.
@@ -70,6 +70,7 @@ tsa: deps
 
 windows: deps
 	$(call install_missing,$(DEPS_WINDOWS))
+	cmake/windows-deps.sh
 	$(call preset,windows)
 	@ls -l build/windows/grabsystem/*.dll
 

@@ -2,6 +2,10 @@
 // Include this header to get every public class of the library.
 #pragma once
 
+#include "grabsystem/arm/arm_image_extractor.h"
+#include "grabsystem/arm/arm_image_output_memory.h"
+#include "grabsystem/arm/arm_image_output_mng.h"
+#include "grabsystem/arm/one_view_arm_image_data.h"
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/image/img.h"
 #include "grabsystem/image/img_kinds.h"
@@ -16,6 +20,7 @@
 #include "grabsystem/platform/toolkit/binary_io.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
 #include "grabsystem/pool/img_pool_ctrl.h"
 #include "grabsystem/pool/pool_ctrl.h"

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <random>
 
+#include "arm_demo.h"
 #include "grab_demo.h"
 
 int main(int argc, char** argv) {
@@ -21,6 +22,11 @@ int main(int argc, char** argv) {
     demo->add_option("--camera-fps", grab.cameraFps, "Camera frame rate; 0 pushes as fast as possible")->check(CLI::Range(0.0, 10000.0))->capture_default_str();
     demo->add_option("--consumer-ms", grab.consumerMs, "Simulated work per consumed frame, in ms")->check(CLI::Range(0u, 10000u))->capture_default_str();
     demo->add_option("--saved-frames", grab.savedFrames, "Frames saved as raw and BMP and loaded back")->capture_default_str();
+    grabsys::ArmDemoOptions arm;
+    demo->add_option("--views", arm.views, "Arm views captured")->check(CLI::Range(1u, 1000u))->capture_default_str();
+    demo->add_option("--cameras", arm.cameras, "Cameras per view")->check(CLI::Range(1u, 8u))->capture_default_str();
+    demo->add_option("--arm-width", arm.width, "Width of the arm frames")->check(CLI::Range(16u, 65535u))->capture_default_str();
+    demo->add_option("--arm-height", arm.height, "Height of the arm frames")->check(CLI::Range(16u, 65535u))->capture_default_str();
     std::string outDir;
     demo->add_option("--out", outDir, "Folder for the files the demo writes (default: a new temporary folder)");
     demo->footer("Example:\n  grabsys demo --frames 120 --camera-fps 200 --consumer-ms 8");
@@ -38,8 +44,14 @@ int main(int argc, char** argv) {
             return 1;
         }
         grab.outputDir = outDir;
-        const bool ok = grabsys::RunGrabDemo(grab, std::cout);
+        arm.outputDir = outDir;
+        bool ok = grabsys::RunGrabDemo(grab, std::cout);
         if (!ok) std::cerr << "grabsys demo: frames were corrupted on the grab path\n";
+        std::cout << "\n";
+        if (!grabsys::RunArmDemo(arm, std::cout)) {
+            std::cerr << "grabsys demo: arm frames did not come back as captured\n";
+            ok = false;
+        }
         return ok ? 0 : 1;
     }
     return 0;

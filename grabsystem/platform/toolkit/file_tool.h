@@ -3,6 +3,7 @@
 // thread-safe; none throws.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -27,6 +28,17 @@ public:
     // Creates the directory and its missing parents; true when it exists
     // afterwards.
     static bool CreateDirectoryRecursively(const std::string& path);
+
+    // The key length EncryptData takes: 16 bytes (AES-128).
+    static constexpr size_t kKeyLength = 16;
+
+    // Transforms `size` bytes in place with a 16-byte key: AES-128 in CTR
+    // mode with an all-zero initial counter block. Applying it twice with
+    // the same key restores the data, so it both encrypts and decrypts; the
+    // result is what `openssl enc -aes-128-ctr -K <key in hex> -iv 0...0`
+    // produces. False, changing nothing, for a key of another length or a
+    // null buffer.
+    static bool EncryptData(unsigned char* data, size_t size, const unsigned char* key, size_t keyLength);
 };
 
 }  // namespace DrasselSpace

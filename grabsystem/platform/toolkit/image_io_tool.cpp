@@ -72,12 +72,19 @@ bool ImageIOToolP::SaveBMP(const char* path, unsigned char* pixels, unsigned wid
 
     FILE* file = GrabSystem::platform::OpenFile(path, "wb");
     if (file == nullptr) return false;
+    // Rows go out bottom-up, one fwrite each: a large buffer keeps that to a
+    // few system calls per frame.
+    std::setvbuf(file, nullptr, _IOFBF, size_t{1} << 20);
     bool ok = std::fwrite(head.data(), 1, head.size(), file) == head.size();
-    std::vector<unsigned char> row(stride, 0);
     const size_t rowBytes = size_t{width} * channels;
+    std::vector<unsigned char> row(stride == rowBytes ? 0 : stride, 0);
     for (uint32_t y = height; ok && y-- > 0;) {
-        std::memcpy(row.data(), pixels + size_t{y} * rowBytes, rowBytes);
-        ok = std::fwrite(row.data(), 1, row.size(), file) == row.size();
+        const unsigned char* src = pixels + size_t{y} * rowBytes;
+        if (!row.empty()) {
+            std::memcpy(row.data(), src, rowBytes);
+            src = row.data();
+        }
+        ok = std::fwrite(src, 1, stride, file) == stride;
     }
     return std::fclose(file) == 0 && ok;
 }

@@ -1,0 +1,191 @@
+// Arm images against their baselines, in the same process:
+//  - AddOneViewImages of one view (48 Sin + 2 white frames, 2448 x 2048,
+//    fringe-like) against raw liblz4 compression of the same frames at the
+//    same acceleration;
+//  - extraction of that view to BMP against reading the view file, raw LZ4
+//    decompression of its records and fwrite of the same pixel bytes to
+//    files.
+// Files go to /dev/shm when it exists, so that both sides write to memory.
+#include <benchmark/benchmark.h>
+#include <lz4.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "grabsystem/grabsystem.h"
+
+namespace {
+
+using namespace GrabSystem;
+namespace fs = std::filesystem;
+
+constexpr uint32_t kW = 2448, kH = 2048;
+constexpr int kCams = 2, kDimA = 1, kDimB = 2, kDimC = 12;  // 48 Sin frames
+constexpr int kSin = kCams * kDimA * kDimB * kDimC, kWhite = kCams;
+constexpr size_t kFrame = size_t{kW} * kH;
+
+std::string Scratch() {
+    static const std::string dir = [] {
+        const fs::path base = fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
+        const fs::path d = base / "grabsys_arm_bench";
+        fs::remove_all(d);
+        fs::create_directories(d / "in");
+        return d.string();
+    }();
+    return dir;
+}
+
+// A sinusoid over an elliptic object, dark around it, two bits of noise.
+std::unique_ptr<CImg8P> Fringe(double period, double phase, uint32_t seed) {
+    auto img = std::make_unique<CImg8P>();
+    img->SetSize(kW, kH, 1, false);
+    uint32_t noise = seed * 2654435761u + 1;
+    for (uint32_t y = 0; y < kH; ++y)
+        for (uint32_t x = 0; x < kW; ++x) {
+            const double dx = (x - kW / 2.0) / (kW * 0.35), dy = (y - kH / 2.0) / (kH * 0.4);
+            noise = noise * 1664525u + 1013904223u;
+            const double v = dx * dx + dy * dy < 1.0 ? 120 + 90 * std::cos(2 * M_PI * x / period + phase) : 8;
+            img->GetImg()[size_t{y} * kW + x] = static_cast<unsigned char>(v + (noise >> 30));
+        }
+    return img;
+}
+
+struct ViewFrames {
+    std::vector<std::unique_ptr<CImg8P>> owned;
+    std::vector<IImgP*> sin, white;
+    ViewFrames() {
+        for (int i = 0; i < kSin + kWhite; ++i) {
+            const int group = (i % (kDimB * kDimC)) / kDimC, step = i % kDimC;
+            owned.push_back(i < kSin ? Fringe(16.0 * (1 + group), 2 * M_PI * step / kDimC, i) : Fringe(1e9, 0, i));
+            (i < kSin ? sin : white).push_back(owned.back().get());
+        }
+    }
+};
+
+const ViewFrames& Frames() {
+    static const ViewFrames frames;
+    return frames;
+}
+
+COneViewArmImageData* NewView(int idx, const std::string& path) {
+    auto* data = new COneViewArmImageData(idx);
+    std::vector<IImgP*> sin = Frames().sin;
+    data->SetSinImages(sin, {eCam0, eCam1}, kDimA, kDimB, kDimC);
+    data->SetWhitePatternImage(Frames().white);
+    data->SetOutputFileFullPath(path);
+    return data;
+}
+
+void BM_Lz4CompressFrames(benchmark::State& state) {
+    Frames();  // generated once, outside the timing
+    std::vector<char> dst(static_cast<size_t>(LZ4_compressBound(static_cast<int>(kFrame))));
+    uint64_t in = 0, out = 0;
+    for (auto _ : state) {
+        for (IImgP* img : Frames().sin) {
+            out += static_cast<uint64_t>(LZ4_compress_fast(reinterpret_cast<const char*>(img->GetImg()), dst.data(),
+                                                           static_cast<int>(kFrame), static_cast<int>(dst.size()), 3));
+            in += kFrame;
+        }
+        for (IImgP* img : Frames().white) {
+            out += static_cast<uint64_t>(LZ4_compress_fast(reinterpret_cast<const char*>(img->GetImg()), dst.data(),
+                                                           static_cast<int>(kFrame), static_cast<int>(dst.size()), 3));
+            in += kFrame;
+        }
+        benchmark::ClobberMemory();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(in));
+    state.counters["compression_ratio"] = static_cast<double>(in) / static_cast<double>(out);
+}
+BENCHMARK(BM_Lz4CompressFrames)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_AddOneViewImages(benchmark::State& state) {
+    Frames();
+    CArmImageOutputMng mng;
+    const std::string path = Scratch() + "/in/0.armraw";
+    for (auto _ : state) {
+        if (mng.AddOneViewImages(NewView(0, path)) != eAddRltOk) {
+            state.SkipWithError("view not written");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite)));
+    state.counters["file_MB"] = static_cast<double>(fs::file_size(path)) / 1048576.0;
+    state.counters["compression_ratio"] = static_cast<double>(kFrame * (kSin + kWhite)) / static_cast<double>(fs::file_size(path));
+}
+BENCHMARK(BM_AddOneViewImages)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Writes the view file once for the extraction benchmarks.
+const std::vector<unsigned char>& ViewFile() {
+    static const std::vector<unsigned char> file = [] {
+        CArmImageOutputMng mng;
+        mng.AddOneViewImages(NewView(0, Scratch() + "/in/0.armraw"));
+        std::vector<unsigned char> bytes(fs::file_size(Scratch() + "/in/0.armraw"));
+        FILE* f = std::fopen((Scratch() + "/in/0.armraw").c_str(), "rb");
+        if (std::fread(bytes.data(), 1, bytes.size(), f) != bytes.size()) bytes.clear();
+        std::fclose(f);
+        return bytes;
+    }();
+    return file;
+}
+
+// Both sides start from the view file: read it whole, decode every record,
+// write every frame's bytes to a file of its own.
+void BM_Lz4DecompressAndFwrite(benchmark::State& state) {
+    ViewFile();
+    const std::string in = Scratch() + "/in/0.armraw";
+    std::vector<char> frame(kFrame);
+    const std::string out = Scratch() + "/raw_out";
+    fs::create_directories(out);
+    for (auto _ : state) {
+        std::vector<unsigned char> file(fs::file_size(in));
+        FILE* source = std::fopen(in.c_str(), "rb");
+        const bool read = std::fread(file.data(), 1, file.size(), source) == file.size();
+        std::fclose(source);
+        if (!read) {
+            state.SkipWithError("view file unreadable");
+            break;
+        }
+        size_t at = 1024;
+        for (int i = 0; i < kSin + kWhite; ++i) {
+            uint32_t n;
+            std::memcpy(&n, &file[at + 4], 4);
+            LZ4_decompress_safe(reinterpret_cast<const char*>(&file[at + 64]), frame.data(), static_cast<int>(n),
+                                static_cast<int>(kFrame));
+            FILE* f = std::fopen((out + "/" + std::to_string(i) + ".bin").c_str(), "wb");
+            std::fwrite(frame.data(), 1, kFrame, f);
+            std::fclose(f);
+            at += 64 + n;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite)));
+}
+BENCHMARK(BM_Lz4DecompressAndFwrite)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+void BM_ExtractView(benchmark::State& state) {
+    ViewFile();
+    ArmImageExtractor extractor;
+    OutputOneViewArmImageParm parm;
+    parm.views[0] = {0};
+    parm.inputDirs[0] = Scratch() + "/in/";
+    parm.outputDir = Scratch() + "/bmp_out/";
+    parm.mode = 1;
+    std::vector<int> failed[1];
+    for (auto _ : state) {
+        extractor.OutputOneViewArmImages(parm, failed, 1);
+        if (!failed[0].empty()) {
+            state.SkipWithError("view failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite)));
+}
+BENCHMARK(BM_ExtractView)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,93 @@
+// ArmImageExtractor: turns the per-view ".armraw" files of a capture back
+// into a tree of BMP files, each BMP followed by its frame's information
+// block:
+//   <out>Cam<c><P|Q>\<view>\img<k>.bmp   Sin frames; P for the first
+//                                         sinDimB group of each sinDimA pass
+//   <out>Cam<c>P\<view>\imgW.bmp          the white-pattern frame of camera c
+// Paths are joined with "\" (the platform maps them on POSIX). In a
+// directory whose path contains Cam0P..Cam7P, frame k is written as
+// img<(k + 4) mod 12>: P directories start their numbering at 4.
+//
+// Every field of a view file is treated as hostile: a file shorter than its
+// header, records that run past the end, counts that disagree with the file,
+// sinDimC of 0, more white frames or cameras than the layout allows: the
+// view fails and nothing reads or writes outside a buffer. A failed
+// decompression of the last frame is the one damage that still passes; that
+// frame is written as far as it decoded, the rest black.
+//
+// Threads: the extractor's state is its fixed frame-number table, which is
+// only read, so several views may be extracted on different threads at once
+// (one extractor per thread is simplest; _AsyncExtract shares one).
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "grabsystem/grabsystem_export.h"
+#include "grabsystem/arm/one_view_arm_image_data.h"
+#include "grabsystem/platform/os/os.h"
+
+namespace GrabSystem {
+
+class ArmImageExtractor;
+
+struct ExtractArmImageParam {
+    int viewIdx;
+    std::string inputDir;   // ends with "\"
+    std::string outputDir;  // ends with "\"
+    int mode;               // 1 all, 2 white only, 3 Sin only, else nothing
+};
+
+struct ExtractArmImageThreadParam {
+    int viewIdx;
+    std::string inputDir;
+    std::string outputDir;
+    int mode;
+    ArmImageExtractor* owner;
+};
+
+struct OutputOneViewArmImageParm {
+    std::vector<int> views[3];
+    std::string inputDirs[3];
+    std::string outputDir;
+    int mode;
+};
+
+class GRABSYSTEM_EXPORT ArmImageExtractor {
+public:
+    ArmImageExtractor();
+    ~ArmImageExtractor();
+    ArmImageExtractor(const ArmImageExtractor&) = default;
+    ArmImageExtractor& operator=(const ArmImageExtractor&) = default;
+
+    // Extracts the listed views of up to three sources, one after another on
+    // the calling thread. failedViews[i] receives the views of source i that
+    // failed. A source without views, whose input folder is missing, or
+    // whose output root cannot be created is skipped. False only when
+    // failedViews is null.
+    bool OutputOneViewArmImages(OutputOneViewArmImageParm parm, std::vector<int>* failedViews,
+                                unsigned char sourceCount);
+
+    // The view index of every ".armraw" file (case-sensitive) in the folder,
+    // in listing order. False when the folder cannot be listed, holds no
+    // such file, or one of them is not named by a number.
+    bool ParseArmRawFile(std::string directory, std::vector<int>& views);
+
+    // One view, synchronously (the body of the per-view thread).
+    bool ExtractView(const ExtractArmImageParam& param) { return _Extract(param); }
+
+private:
+    bool _Extract(ExtractArmImageParam param);
+    bool _Save(std::vector<IImgP*>& frames, ExtractArmImageParam param, OneViewArmImageDataHeader header);
+    bool _IsPDir(std::string dirPath) const;
+    int _FrameNumber(int k) const;
+    static unsigned long _ThreadFunc(void* threadParam);
+    // Starts one extraction thread at time-critical priority; the caller
+    // keeps `threadParam` alive, waits on the handle and closes it.
+    void _AsyncExtract(void*& threadHandle, ExtractArmImageThreadParam& threadParam);
+
+    std::map<int, int> m_frameNumbers;
+};
+
+}  // namespace GrabSystem

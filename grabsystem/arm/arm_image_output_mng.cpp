@@ -1,0 +1,148 @@
+#include "grabsystem/arm/arm_image_output_mng.h"
+
+#include <string>
+
+#include "grabsystem/platform/logger/logger.h"
+
+namespace GrabSystem {
+
+using platform::CriticalSectionLock;
+
+namespace {
+constexpr uint32_t kMemoryPollMs = 100;
+constexpr uint32_t kIdlePollMs = 1;
+}  // namespace
+
+CArmImageOutputMng::~CArmImageOutputMng() {
+    _DeleteAllViewArmImageDatas();
+    _DeleteMemoryPool();
+    m_lock.Enter();
+    m_lock.Leave();
+}
+
+void CArmImageOutputMng::_Log(const char* stage, int viewIdx) {
+    PelvaneSpace::Logger::GetInstance()->Info(PelvaneSpace::Logger::kKindInfo,
+                                              std::string(stage) + "(" + std::to_string(viewIdx) + ")");
+}
+
+CArmImageOutputMemory* CArmImageOutputMng::_GetAvaliableMemory(uint64_t required) {
+    for (const auto& block : m_pool)
+        if (!block->GetUsingStatus() && block->GetAllocatedSize() >= required) return block.get();
+    if (m_pool.size() < static_cast<size_t>(static_cast<int64_t>(m_maxCount))) {
+        std::unique_ptr<CArmImageOutputMemory> block(new CArmImageOutputMemory);
+        block->AllocateMemory(required);
+        m_pool.push_back(std::move(block));
+        return m_pool.back().get();
+    }
+    return nullptr;
+}
+
+eAddOneViewImageRlt CArmImageOutputMng::AddOneViewImages(COneViewArmImageData* data, int) {
+    if (data == nullptr) return eAddRltNoMemory;
+    const int view = data->GetViewIdx();
+    _Log("ArmCost--CArmImageOutputMng::AddOneViewImages - 1", view);
+    const uint64_t required = data->GetMemoryRequired();
+    _Log("ArmCost--_GetAvaliableMemory - 1", view);
+    CArmImageOutputMemory* block = _GetAvaliableMemory(required);
+    while (block == nullptr) {
+        platform::SleepMs(kMemoryPollMs);
+        block = _GetAvaliableMemory(required);
+    }
+    _Log("ArmCost--_GetAvaliableMemory - 2", view);
+    if (!data->SetAvaliableMemory(block)) return eAddRltNoMemory;
+    _Log("ArmCost--CompressMemoryData - 1", view);
+    if (!data->CompressMemoryData()) return eAddRltCompressFailed;
+    _Log("ArmCost--CompressMemoryData - 2", view);
+    data->SaveToFile();
+    delete data;
+    _Log("ArmCost--CArmImageOutputMng::AddOneViewImages - 2", view);
+    return eAddRltOk;
+}
+
+void CArmImageOutputMng::_AddDataToOutputFileQueue(COneViewArmImageData* data) {
+    if (data == nullptr) return;
+    CriticalSectionLock lock(m_lock);
+    m_queue.emplace_back(data);
+}
+
+size_t CArmImageOutputMng::GetQueuedCount() {
+    CriticalSectionLock lock(m_lock);
+    return m_queue.size();
+}
+
+COneViewArmImageData* CArmImageOutputMng::_Pop() {
+    CriticalSectionLock lock(m_lock);
+    if (m_queue.empty()) return nullptr;
+    COneViewArmImageData* data = m_queue.front().release();
+    m_queue.pop_front();
+    return data;
+}
+
+bool CArmImageOutputMng::_GetAbortStatus() {
+    CriticalSectionLock lock(m_lock);
+    return m_abort;
+}
+
+void CArmImageOutputMng::_SetAbortStatus(bool abort) {
+    CriticalSectionLock lock(m_lock);
+    m_abort = abort;
+}
+
+void CArmImageOutputMng::_SetBusyStatus(bool busy) {
+    CriticalSectionLock lock(m_lock);
+    m_busy = busy;
+}
+
+bool CArmImageOutputMng::_GetBusyStatus() {
+    CriticalSectionLock lock(m_lock);
+    return m_busy;
+}
+
+unsigned long CArmImageOutputMng::_ThreadFunc(void* self) {
+    auto* mng = static_cast<CArmImageOutputMng*>(self);
+    if (mng->_GetAbortStatus()) return 0;
+    do {
+        if (COneViewArmImageData* data = mng->_Pop()) {
+            mng->_SetBusyStatus(true);
+            data->SaveToFile();
+            mng->_SetBusyStatus(false);
+            delete data;
+        } else {
+            platform::SleepMs(kIdlePollMs);
+        }
+    } while (!mng->_GetAbortStatus());
+    return 0;
+}
+
+void CArmImageOutputMng::StartProcess() {
+    m_worker = platform::StartThread(&CArmImageOutputMng::_ThreadFunc, this);
+    platform::SetThreadPriority(m_worker, platform::eThreadPriorityNormal);
+}
+
+void CArmImageOutputMng::StopProcess() {
+    if (m_worker == nullptr) return;
+    _SetAbortStatus(true);
+    platform::WaitThread(m_worker);
+    platform::CloseThread(m_worker);
+    m_worker = nullptr;
+    _SetAbortStatus(false);
+}
+
+void CArmImageOutputMng::WaitAllTaskDone() {
+    for (;;) {
+        {
+            CriticalSectionLock lock(m_lock);
+            if (m_queue.empty() && !m_busy) return;
+        }
+        platform::SleepMs(kMemoryPollMs);
+    }
+}
+
+void CArmImageOutputMng::_DeleteAllViewArmImageDatas() {
+    CriticalSectionLock lock(m_lock);
+    m_queue.clear();
+}
+
+void CArmImageOutputMng::_DeleteMemoryPool() { m_pool.clear(); }
+
+}  // namespace GrabSystem

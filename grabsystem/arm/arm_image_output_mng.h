@@ -1,0 +1,95 @@
+// CArmImageOutputMng: lends each view an output block from a small pool of
+// reusable blocks, has it compress into the block and write its file, then
+// destroys the view, which returns the block. It also owns an output queue
+// served by one worker thread (StartProcess / StopProcess).
+//
+// Timing lines "ArmCost--<stage>(<view>)" go to PelvaneSpace::Logger with
+// kind 2.
+//
+// Threads: one lock guards the queue and the abort and busy flags; each
+// block's lock guards its using status; the two are never held together.
+// The pool of blocks and the max count are not locked: AddOneViewImages must
+// not run on two threads at once. The worker only saves and destroys queued
+// views. The destructor does not stop the worker: call StopProcess first.
+//
+// Ownership: the manager owns its blocks and every queued view. A view
+// handed to AddOneViewImages is destroyed when the result is eAddRltOk and
+// stays the caller's otherwise.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <vector>
+
+#include "grabsystem/grabsystem_export.h"
+#include "grabsystem/arm/arm_image_output_memory.h"
+#include "grabsystem/arm/one_view_arm_image_data.h"
+#include "grabsystem/platform/os/os.h"
+
+namespace GrabSystem {
+
+enum eAddOneViewImageRlt : int32_t {
+    eAddRltOk = 0,              // compressed, written and destroyed
+    eAddRltNoMemory = 1,        // the block could not take the view (or no view); still the caller's
+    eAddRltCompressFailed = 3,  // the view did not fit its block; still the caller's, holding the block
+};
+
+class GRABSYSTEM_EXPORT CArmImageOutputMng {
+public:
+    CArmImageOutputMng() = default;
+    virtual ~CArmImageOutputMng();
+    CArmImageOutputMng(const CArmImageOutputMng&) = delete;
+    CArmImageOutputMng& operator=(const CArmImageOutputMng&) = delete;
+
+    // Most blocks the pool may hold (default 3). The count of blocks is
+    // compared as an unsigned number with this value widened with its sign:
+    // 0 lets no block be made (AddOneViewImages then waits for ever), a
+    // negative value removes the cap.
+    void SetMaxMemoryPoolDataCount(int count) { m_maxCount = count; }
+    int GetMaxMemoryPoolDataCount() const { return m_maxCount; }
+
+    // Starts the worker that saves queued views. Call once.
+    void StartProcess();
+    // Asks the worker to end and waits for it; harmless without one. Views
+    // still queued stay queued.
+    void StopProcess();
+
+    // On the calling thread: borrows a free block of at least the view's
+    // required size (making one while the pool is below its cap, else
+    // waiting in 100 ms steps, without time limit), compresses, writes the
+    // file and destroys the view. The second argument is not used.
+    eAddOneViewImageRlt AddOneViewImages(COneViewArmImageData* data, int unused = 0);
+
+    // Returns once the queue is empty and the worker is not writing.
+    void WaitAllTaskDone();
+
+    // Queues a view for the worker, which takes ownership. Thread-safe.
+    void _AddDataToOutputFileQueue(COneViewArmImageData* data);
+
+    // For tests and progress: blocks in the pool, views queued.
+    size_t GetMemoryPoolSize() const { return m_pool.size(); }
+    size_t GetQueuedCount();
+
+private:
+    static unsigned long _ThreadFunc(void* self);
+    COneViewArmImageData* _Pop();
+    CArmImageOutputMemory* _GetAvaliableMemory(uint64_t required);
+    bool _GetAbortStatus();
+    void _SetAbortStatus(bool abort);
+    void _SetBusyStatus(bool busy);
+    bool _GetBusyStatus();
+    void _DeleteAllViewArmImageDatas();
+    void _DeleteMemoryPool();
+    static void _Log(const char* stage, int viewIdx);
+
+    int m_maxCount = 3;
+    std::list<std::unique_ptr<COneViewArmImageData>> m_queue GUARDED_BY(m_lock);
+    std::vector<std::unique_ptr<CArmImageOutputMemory>> m_pool;
+    platform::CriticalSection m_lock;
+    platform::ThreadHandle m_worker = nullptr;
+    bool m_abort GUARDED_BY(m_lock) = false;
+    bool m_busy GUARDED_BY(m_lock) = false;
+};
+
+}  // namespace GrabSystem

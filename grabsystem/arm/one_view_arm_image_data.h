@@ -1,0 +1,113 @@
+// COneViewArmImageData: the frames one view of the scanner captured (a
+// block of Sin fringe frames from one or more cameras and one white-pattern
+// frame per camera), compressed into a block of output memory that the arm
+// output manager lends, and written as one per-view file.
+//
+// The object never owns the images (they stay the caller's and must stay
+// alive and unchanged until CompressMemoryData returns) nor the block (it
+// stays the manager's). It has no lock: one thread fills it, then hands it
+// to the manager. Copying copies the pointers as they stand.
+//
+// Per-view file (".armraw", named by the view index), little-endian: the
+// 1024-byte header below, then one record per Sin frame and then one per
+// white-pattern frame, packed:
+//   record: u32 kind (1) | u32 n | 56 zero bytes | n bytes of one raw LZ4
+//           block holding the frame's width x height 8-bit pixels
+// The file is exactly 1024 + the sum of (64 + n) bytes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "grabsystem/grabsystem_export.h"
+#include "grabsystem/image/img.h"
+
+namespace GrabSystem {
+
+class CArmImageOutputMemory;
+
+// The first 1024 bytes of a per-view file.
+struct OneViewArmImageDataHeader {
+    uint32_t version;         // 2 when written; below 2: no camera table
+    uint32_t sinFrameCount;   // entries of the Sin vector
+    uint32_t whiteFrameCount; // entries of the white-pattern vector
+    uint32_t width;           // of the first Sin image (0 without one)
+    uint32_t height;
+    int32_t camCount;
+    int32_t sinDimA;
+    int32_t sinDimB;
+    int32_t sinDimC;
+    uint8_t camTable[988];    // low 8 bits of each camera index, rest 0
+};
+static_assert(sizeof(OneViewArmImageDataHeader) == 1024, "the per-view header is 1024 bytes");
+
+class GRABSYSTEM_EXPORT COneViewArmImageData {
+public:
+    static constexpr uint32_t kHeaderBytes = 1024;
+    static constexpr uint32_t kRecordHeaderBytes = 64;
+
+    explicit COneViewArmImageData(int viewIdx);
+    // Marks a held block free again; never deletes the images.
+    virtual ~COneViewArmImageData();
+    COneViewArmImageData(const COneViewArmImageData&) = default;
+    COneViewArmImageData& operator=(const COneViewArmImageData&) = default;
+
+    // camCount x sinDimA x sinDimB x sinDimC (32-bit), not the vector size.
+    int GetSinFrameCount() const;
+    int GetWhitePtnFrameCount() const;
+
+    // Stores the Sin frames (camera outermost, then sinDimA, sinDimB, sinDimC
+    // innermost) and one camera index per camera. True when the counts
+    // multiply to the number of images; everything is stored either way.
+    bool SetSinImages(std::vector<IImgP*>& images, std::vector<eCamIdx> camIdxs, int sinDimA, int sinDimB,
+                      int sinDimC);
+    // One white-pattern frame per camera, in camera order.
+    void SetWhitePatternImage(std::vector<IImgP*> images);
+
+    // One record header plus one uncompressed frame per frame; the file
+    // header and LZ4's growth are not counted.
+    unsigned long long GetMemoryRequired() const;
+
+    // Borrows `memory` (marking it in use). False for null or a block
+    // smaller than GetMemoryRequired(); a block already held is kept then.
+    bool SetAvaliableMemory(CArmImageOutputMemory* memory);
+    // Marks the held block free; false when none is held.
+    bool ResetAvaliableMemory();
+
+    void SetOutputFileFullPath(std::string path) { m_path = std::move(path); }
+    int GetViewIdx() const { return m_viewIdx; }
+    long long GetCompressedSize() const { return m_compressedSize; }
+
+    // Writes the header and one record per frame into the held block. Every
+    // write stays inside the block: false when there is no block, or when
+    // the view does not fit (frames that hardly compress can outgrow the
+    // estimate of GetMemoryRequired); the file is then not to be saved.
+    bool CompressMemoryData();
+
+    // Writes the header and records to the output path in one write. False
+    // for an empty path, no compressed block, or a file that cannot be
+    // created; the block and the compressed size stay, so the call can be
+    // repeated with another path.
+    bool SaveToFile();
+
+private:
+    // Writes one record at dst with room for `room` bytes; returns the
+    // record's size, or 0 when it does not fit.
+    static int _CompressData(unsigned char* dst, uint64_t room, const unsigned char* src, int srcSize);
+    void _Log(const char* stage) const;
+
+    std::vector<IImgP*> m_sinImages;
+    std::vector<IImgP*> m_whiteImages;
+    std::vector<eCamIdx> m_camIdxs;
+    int m_camCount = 0;
+    int m_sinDimA = 0;
+    int m_sinDimB = 0;
+    int m_sinDimC = 0;
+    CArmImageOutputMemory* m_memory = nullptr;
+    long long m_compressedSize = 0;
+    std::string m_path;
+    int m_viewIdx;
+};
+
+}  // namespace GrabSystem

@@ -1,0 +1,207 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "arm_test_support.h"
+#include "grabsystem/arm/arm_image_extractor.h"
+#include "grabsystem/platform/toolkit/file_tool.h"
+#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "test_support.h"
+
+using namespace GrabSystem;
+using grabsys_test::ReadAll;
+using grabsys_test::TempDir;
+using grabsys_test::View;
+using grabsys_test::WriteAll;
+
+namespace {
+
+namespace fs = std::filesystem;
+
+// Every file below `root`, as relative paths with "/".
+std::set<std::string> Tree(const std::string& root) {
+    std::set<std::string> files;
+    if (!fs::exists(root)) return files;
+    for (const auto& e : fs::recursive_directory_iterator(root))
+        if (e.is_regular_file()) files.insert(fs::relative(e.path(), root).generic_string());
+    return files;
+}
+
+std::vector<unsigned char> Pixels(const std::string& bmp) {
+    unsigned char* p = nullptr;
+    unsigned w = 0, h = 0;
+    DrasselSpace::ePixelFormatP f{};
+    if (!DrasselSpace::ImageIOToolP::LoadBMP(bmp.c_str(), p, w, h, f)) return {};
+    std::vector<unsigned char> v(p, p + size_t{w} * h * f);
+    delete[] p;
+    return v;
+}
+
+class ArmExtractor : public ::testing::Test {
+protected:
+    void SetUp() override { DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\in"); }
+
+    // Writes view `idx` into D:\in and returns its file bytes.
+    std::vector<unsigned char> Write(View& v, int idx, std::vector<eCamIdx> cams, int a, int b, int c) {
+        EXPECT_TRUE(grabsys_test::WriteViewFile(v, idx, std::move(cams), a, b, c,
+                                                "D:\\in\\" + std::to_string(idx) + ".armraw", block));
+        return ReadAll(dir.File("D/in/" + std::to_string(idx) + ".armraw"));
+    }
+    void Rewrite(int idx, const std::vector<unsigned char>& bytes) {
+        WriteAll(dir.File("D/in/" + std::to_string(idx) + ".armraw"), bytes);
+    }
+    // Extracts one source; returns its failed views.
+    std::vector<int> Extract(std::vector<int> views, const std::string& in, const std::string& out, int mode) {
+        OutputOneViewArmImageParm parm;
+        parm.views[0] = std::move(views);
+        parm.inputDirs[0] = in;
+        parm.outputDir = out;
+        parm.mode = mode;
+        std::vector<int> failed[1];
+        EXPECT_TRUE(extractor.OutputOneViewArmImages(parm, failed, 1));
+        return failed[0];
+    }
+
+    TempDir dir;
+    CArmImageOutputMemory block;
+    ArmImageExtractor extractor;
+};
+
+}  // namespace
+
+TEST_F(ArmExtractor, ParsesViewNumbersFromArmrawNames) {
+    unsigned char byte = 0;
+    for (const char* name : {"3.armraw", "7.armraw", "notes.txt", "8.ARMRAW"})
+        DrasselSpace::FileToolP::SaveDataToFile(std::string("D:\\in\\") + name, &byte, 1);
+    std::vector<int> views;
+    EXPECT_TRUE(extractor.ParseArmRawFile("D:\\in\\", views));
+    std::sort(views.begin(), views.end());
+    EXPECT_EQ(views, (std::vector<int>{3, 7}));
+
+    DrasselSpace::FileToolP::SaveDataToFile("D:\\in\\x.armraw", &byte, 1);
+    EXPECT_FALSE(extractor.ParseArmRawFile("D:\\in", views));
+    EXPECT_EQ(views.size(), 2u);  // the views found so far stay
+
+    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\empty");
+    EXPECT_FALSE(extractor.ParseArmRawFile("D:\\empty", views));
+    EXPECT_TRUE(views.empty());
+    EXPECT_FALSE(extractor.ParseArmRawFile("D:\\nowhere", views));
+}
+
+TEST_F(ArmExtractor, TwentyFourSinFramesMakeTheNumberedPAndQTree) {
+    View v(40, 20, 1, 1, 2, 12, 1);
+    Write(v, 7, {eCam0}, 1, 2, 12);
+    EXPECT_TRUE(Extract({7}, "D:\\in", "D:\\out", 1).empty());
+    std::set<std::string> want;
+    for (int k = 0; k < 12; ++k) want.insert("Cam0P/7/img" + std::to_string(k) + ".bmp");
+    for (int k = 0; k < 12; ++k) want.insert("Cam0Q/7/img" + std::to_string(k) + ".bmp");
+    want.insert("Cam0P/7/imgW.bmp");
+    EXPECT_EQ(Tree(dir.File("D/out")), want);
+    // P frames are renumbered from 4: frame 0 is img4, frame 8 is img0; Q
+    // frames keep their number.
+    const std::string out = dir.File("D/out/");
+    auto pixels = [&](int frame) { return std::vector<unsigned char>(v.frames[frame]->GetImg(), v.frames[frame]->GetImg() + 800); };
+    EXPECT_EQ(Pixels(out + "Cam0P/7/img4.bmp"), pixels(0));
+    EXPECT_EQ(Pixels(out + "Cam0P/7/img0.bmp"), pixels(8));
+    EXPECT_EQ(Pixels(out + "Cam0Q/7/img0.bmp"), pixels(12));
+    EXPECT_EQ(Pixels(out + "Cam0Q/7/img11.bmp"), pixels(23));
+    EXPECT_EQ(Pixels(out + "Cam0P/7/imgW.bmp"), pixels(24));
+    // Each BMP carries its frame's information block.
+    FILE* f = std::fopen((out + "Cam0P/7/img4.bmp").c_str(), "rb");
+    EXPECT_EQ(CImgInfo::ExtractFileType(f), VormexDataStructure::eImgFmtBmp);
+    std::fclose(f);
+}
+
+TEST_F(ArmExtractor, CameraTableComesFromVersion2HeadersOnly) {
+    View v(16, 8, 2, 1, 2, 2, 2);
+    auto bytes = Write(v, 1, {eCam3, eCam5}, 1, 2, 2);
+    EXPECT_TRUE(Extract({1}, "D:\\in\\", "D:\\v2\\", 3).empty());
+    std::set<std::string> dirs;
+    for (const auto& file : Tree(dir.File("D/v2"))) dirs.insert(file.substr(0, file.find('/')));
+    EXPECT_EQ(dirs, (std::set<std::string>{"Cam3P", "Cam3Q", "Cam5P", "Cam5Q"}));
+
+    bytes[0] = 1;  // version 1: identity camera table
+    Rewrite(1, bytes);
+    EXPECT_TRUE(Extract({1}, "D:\\in", "D:\\v1", 3).empty());
+    dirs.clear();
+    for (const auto& file : Tree(dir.File("D/v1"))) dirs.insert(file.substr(0, file.find('/')));
+    EXPECT_EQ(dirs, (std::set<std::string>{"Cam0P", "Cam0Q", "Cam1P", "Cam1Q"}));
+}
+
+TEST_F(ArmExtractor, ModesChooseWhatIsWritten) {
+    View v(16, 8, 1, 1, 1, 3, 1);
+    Write(v, 2, {eCam0}, 1, 1, 3);
+    EXPECT_TRUE(Extract({2}, "D:\\in", "D:\\m2", 2).empty());
+    EXPECT_EQ(Tree(dir.File("D/m2")), (std::set<std::string>{"Cam0P/2/imgW.bmp"}));
+    EXPECT_TRUE(Extract({2}, "D:\\in", "D:\\m3", 3).empty());
+    EXPECT_EQ(Tree(dir.File("D/m3")), (std::set<std::string>{"Cam0P/2/img4.bmp", "Cam0P/2/img5.bmp", "Cam0P/2/img6.bmp"}));
+    EXPECT_TRUE(Extract({2}, "D:\\in", "D:\\m0", 0).empty());  // succeeds, writes nothing
+    EXPECT_TRUE(Tree(dir.File("D/m0")).empty());
+    // An output root that itself contains "Cam1P" renumbers every folder.
+    EXPECT_TRUE(Extract({2}, "D:\\in", "D:\\Cam1P", 3).empty());
+    EXPECT_EQ(Tree(dir.File("D/Cam1P")).count("Cam0P/2/img4.bmp"), 1u);
+}
+
+TEST_F(ArmExtractor, FailedViewsAreReportedPerSource) {
+    View v(16, 8, 1, 1, 1, 2, 1);
+    Write(v, 4, {eCam0}, 1, 1, 2);
+    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\in2");
+    fs::copy_file(dir.File("D/in/4.armraw"), dir.File("D/in2/4.armraw"));
+    OutputOneViewArmImageParm parm;
+    parm.views[0] = {4, 5};  // 5 does not exist
+    parm.inputDirs[0] = "D:\\in";
+    parm.views[1] = {9, 4};
+    parm.inputDirs[1] = "D:\\in2\\";
+    parm.views[2] = {1};
+    parm.inputDirs[2] = "D:\\missing";  // skipped: nothing recorded
+    parm.outputDir = "D:\\out";
+    parm.mode = 1;
+    std::vector<int> failed[3] = {{99}, {99}, {99}};
+    ASSERT_TRUE(extractor.OutputOneViewArmImages(parm, failed, 3));
+    EXPECT_EQ(failed[0], std::vector<int>{5});
+    EXPECT_EQ(failed[1], std::vector<int>{9});
+    EXPECT_TRUE(failed[2].empty());
+    EXPECT_FALSE(extractor.OutputOneViewArmImages(parm, nullptr, 3));
+    EXPECT_TRUE(extractor.OutputOneViewArmImages(parm, failed, 0));
+}
+
+TEST_F(ArmExtractor, DamagedViewFilesFailWithoutReadingPastThem) {
+    View v(32, 16, 1, 1, 1, 3, 1);
+    const auto good = Write(v, 6, {eCam0}, 1, 1, 3);
+    auto extractAs = [&](const std::vector<unsigned char>& bytes) {
+        Rewrite(6, bytes);
+        return Extract({6}, "D:\\in", "D:\\bad", 1).empty();
+    };
+    auto patch = [&](size_t at, uint32_t value) {
+        auto bad = good;
+        std::memcpy(&bad[at], &value, 4);
+        return bad;
+    };
+    ASSERT_TRUE(extractAs(good));
+
+    uint32_t firstLength = 0;
+    std::memcpy(&firstLength, &good[1024 + 4], 4);
+    EXPECT_FALSE(extractAs(std::vector<unsigned char>(good.begin(), good.begin() + 1000))) << "shorter than its header";
+    EXPECT_FALSE(extractAs(std::vector<unsigned char>(good.begin(), good.begin() + 1024 + 64 + firstLength / 2)))
+        << "truncated in the first frame";
+    EXPECT_FALSE(extractAs(patch(1024 + 4, 0x7FFFFFF0u))) << "record length past the end";
+    EXPECT_FALSE(extractAs(patch(4, 40))) << "more Sin frames than records";
+    EXPECT_FALSE(extractAs(patch(4, 0x7FFFFFFFu))) << "absurd frame count";
+    EXPECT_FALSE(extractAs(patch(12, 60000))) << "width beyond what the file can decode to";
+    EXPECT_FALSE(extractAs(patch(32, 0))) << "sinDimC of 0";
+    EXPECT_FALSE(extractAs(patch(8, 3))) << "more white frames than cameras and records";
+    EXPECT_FALSE(extractAs(patch(20, 9))) << "more cameras than the table holds";
+    // Two white frames for one camera: the records are there, the folders are not.
+    View twoWhite(32, 16, 1, 1, 1, 3, 2);
+    Write(twoWhite, 6, {eCam0}, 1, 1, 3);
+    EXPECT_FALSE(Extract({6}, "D:\\in", "D:\\bad", 1).empty());
+
+    // The last frame's data cut short still passes: it is written as far
+    // as it decoded.
+    EXPECT_TRUE(extractAs(std::vector<unsigned char>(good.begin(), good.end() - 5)));
+}

@@ -1,0 +1,58 @@
+// Builders for arm views and per-view files used by the arm tests.
+#pragma once
+
+#include <cmath>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "grabsystem/arm/arm_image_output_memory.h"
+#include "grabsystem/arm/one_view_arm_image_data.h"
+#include "grabsystem/image/img_kinds.h"
+
+namespace grabsys_test {
+
+// A fringe-like 8-bit frame: a sinusoid over a dark background, shifted by
+// `phase`; with `noise`, random bytes that LZ4 cannot compress.
+inline std::unique_ptr<GrabSystem::CImg8P> Frame(uint32_t w, uint32_t h, int phase, bool noise = false) {
+    auto img = std::make_unique<GrabSystem::CImg8P>();
+    img->SetSize(w, h, 1, false);
+    std::mt19937 random(static_cast<unsigned>(phase) + 1);
+    for (uint32_t y = 0; y < h; ++y)
+        for (uint32_t x = 0; x < w; ++x) {
+            const bool lit = x > w / 8 && x < w - w / 8 && y > h / 8 && y < h - h / 8;
+            const double v = lit ? 128 + 100 * std::sin((x + 3.0 * phase) * 0.2) : 6;
+            img->GetImg()[size_t{y} * w + x] = noise ? static_cast<unsigned char>(random()) : static_cast<unsigned char>(v);
+        }
+    return img;
+}
+
+// The frames of a view, owned, in file order (Sin, then white).
+struct View {
+    std::vector<std::unique_ptr<GrabSystem::CImg8P>> frames;
+    std::vector<GrabSystem::IImgP*> sin, white;
+
+    // cams x dimA x dimB x dimC Sin frames and `whites` white frames.
+    View(uint32_t w, uint32_t h, int cams, int dimA, int dimB, int dimC, int whites, bool noise = false) {
+        const int sinCount = cams * dimA * dimB * dimC;
+        for (int i = 0; i < sinCount + whites; ++i) {
+            frames.push_back(Frame(w, h, i, noise));
+            (i < sinCount ? sin : white).push_back(frames.back().get());
+        }
+    }
+};
+
+// Compresses the view into its own block and writes `path`; returns the
+// data object (still holding the block) for inspection.
+inline bool WriteViewFile(View& v, int viewIdx, std::vector<GrabSystem::eCamIdx> cams, int dimA, int dimB, int dimC,
+                          const std::string& path, GrabSystem::CArmImageOutputMemory& block) {
+    GrabSystem::COneViewArmImageData data(viewIdx);
+    data.SetSinImages(v.sin, std::move(cams), dimA, dimB, dimC);
+    data.SetWhitePatternImage(v.white);
+    data.SetOutputFileFullPath(path);
+    block.AllocateMemory(data.GetMemoryRequired() + 4096);
+    return data.SetAvaliableMemory(&block) && data.CompressMemoryData() && data.SaveToFile();
+}
+
+}  // namespace grabsys_test

@@ -1,0 +1,26 @@
+// The arm-image demonstration: per-view fringe captures compressed into
+// ".armraw" files by the output manager, then extracted back into a BMP tree
+// and compared frame by frame with what was captured.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+namespace grabsys {
+
+struct ArmDemoOptions {
+    uint32_t views = 3;
+    uint32_t cameras = 2;
+    uint32_t width = 1224;
+    uint32_t height = 1024;
+    int sinDimA = 1;
+    int sinDimB = 2;
+    int sinDimC = 12;
+    std::string outputDir;  // ".armraw" files go to <out>\armraw, BMPs to <out>\armbmp
+};
+
+// Returns false when a frame read back differs from the one captured.
+bool RunArmDemo(const ArmDemoOptions& options, std::ostream& out);
+
+}  // namespace grabsys
