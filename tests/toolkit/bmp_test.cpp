@@ -64,15 +64,18 @@ TEST(Bmp, RoundTripsEveryFormatWithRowPadding) {
     EXPECT_FALSE(ImageIOToolP::SaveBMP(dir.File("no/such/dir/x.bmp").c_str(), &px, 1, 1, ePixelFormatGray8));
 }
 
-TEST(Bmp, ReadsTopDownRowsAndColourPalettes) {
+TEST(Bmp, ReadsBothRowOrdersAndColourPalettes) {
     TempDir dir;
     auto pixels = Pattern(4 * 3, 1);
     const std::string path = dir.File("td.bmp");
     ASSERT_TRUE(ImageIOToolP::SaveBMP(path.c_str(), pixels.data(), 4, 3, ePixelFormatGray8));
     auto bytes = ReadAll(path);
-    // Make it top-down: negative height, rows in reverse order.
-    const int32_t negative = -3;
-    std::memcpy(&bytes[22], &negative, 4);
+    int32_t height = 0;
+    std::memcpy(&height, &bytes[22], 4);
+    EXPECT_EQ(height, -3);  // written top-down
+    // Make it bottom-up: positive height, rows in reverse order.
+    const int32_t positive = 3;
+    std::memcpy(&bytes[22], &positive, 4);
     const size_t off = 54 + 1024;
     std::vector<unsigned char> rows(bytes.begin() + off, bytes.end());
     for (size_t r = 0; r < 3; ++r) std::copy_n(rows.begin() + (2 - r) * 4, 4, bytes.begin() + off + r * 4);

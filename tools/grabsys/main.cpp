@@ -7,6 +7,7 @@
 
 #include "arm_demo.h"
 #include "grab_demo.h"
+#include "package_demo.h"
 
 int main(int argc, char** argv) {
     CLI::App app{"grabsys - camera frame pools, arm images and debug packages of the GrabSystem library"};
@@ -50,6 +51,14 @@ int main(int argc, char** argv) {
         std::cout << "\n";
         if (!grabsys::RunArmDemo(arm, std::cout)) {
             std::cerr << "grabsys demo: arm frames did not come back as captured\n";
+            ok = false;
+        }
+        std::cout << "\n";
+        grabsys::PackageDemoOptions packages;
+        packages.cameras = arm.cameras;
+        packages.outputDir = outDir;
+        if (!grabsys::RunPackageDemo(packages, std::cout)) {
+            std::cerr << "grabsys demo: package frames did not come back as bundled\n";
             ok = false;
         }
         return ok ? 0 : 1;

@@ -56,7 +56,9 @@ bool ImageIOToolP::SaveBMP(const char* path, unsigned char* pixels, unsigned wid
     Put32(&head[10], static_cast<uint32_t>(offset));
     Put32(&head[14], kInfoHeader);
     Put32(&head[18], width);
-    Put32(&head[22], height);  // positive: bottom-up rows
+    // Negative height: rows top-down, in memory order, so that an unpadded
+    // image goes out in one write straight from the caller's pixels.
+    Put32(&head[22], static_cast<uint32_t>(-static_cast<int32_t>(height)));
     Put16(&head[26], 1);
     Put16(&head[28], static_cast<uint16_t>(bitsPerPixel));
     Put32(&head[34], static_cast<uint32_t>(stride * height));
@@ -72,19 +74,16 @@ bool ImageIOToolP::SaveBMP(const char* path, unsigned char* pixels, unsigned wid
 
     FILE* file = GrabSystem::platform::OpenFile(path, "wb");
     if (file == nullptr) return false;
-    // Rows go out bottom-up, one fwrite each: a large buffer keeps that to a
-    // few system calls per frame.
-    std::setvbuf(file, nullptr, _IOFBF, size_t{1} << 20);
     bool ok = std::fwrite(head.data(), 1, head.size(), file) == head.size();
     const size_t rowBytes = size_t{width} * channels;
-    std::vector<unsigned char> row(stride == rowBytes ? 0 : stride, 0);
-    for (uint32_t y = height; ok && y-- > 0;) {
-        const unsigned char* src = pixels + size_t{y} * rowBytes;
-        if (!row.empty()) {
-            std::memcpy(row.data(), src, rowBytes);
-            src = row.data();
+    if (stride == rowBytes) {
+        ok = ok && std::fwrite(pixels, 1, rowBytes * height, file) == rowBytes * height;
+    } else {
+        std::vector<unsigned char> row(stride, 0);
+        for (uint32_t y = 0; ok && y < height; ++y) {
+            std::memcpy(row.data(), pixels + size_t{y} * rowBytes, rowBytes);
+            ok = std::fwrite(row.data(), 1, row.size(), file) == row.size();
         }
-        ok = std::fwrite(src, 1, stride, file) == stride;
     }
     return std::fclose(file) == 0 && ok;
 }

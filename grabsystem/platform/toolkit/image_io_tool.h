@@ -1,7 +1,8 @@
 // BMP files of the toolkit library.
 //
-// The writer produces standard uncompressed bottom-up BMPs: 8-bit grey with
-// a grey palette for one channel, 24-bit for three, 32-bit for four. The
+// The writer produces standard uncompressed top-down BMPs (negative height,
+// so rows go out in memory order): 8-bit grey with a grey palette for one
+// channel, 24-bit for three, 32-bit for four. The
 // reader accepts uncompressed 8-bit (palette mapped to grey), 24-bit and
 // 32-bit files in either row order. Pixels in memory are packed rows, top
 // row first, channels interleaved in the file's order (B, G, R[, A]).

@@ -1,0 +1,97 @@
+// CDebugImgPackageP: the image package, one file that holds runs of grabbed
+// 8-bit frames so that a capture can be carried off a scanner and replayed.
+//
+// File (all integers u32 little-endian, no magic, no checksum):
+//   Version | record count n | JumpIdx (absent when Version is 1) |
+//   n records of Width, Height, FrameCount, GroupIdx, CamIdx (group before
+//   camera, unlike the record in memory) | the data area
+// The data area holds every frame (Width x Height bytes) of every run, back
+// to back in package order, and is encrypted with FileToolP::EncryptData
+// under the package key; header and records stay plain.
+//
+// Frames are placed by the uniform-run rule, (FrameCount of run i x i +
+// frame) x frame bytes, which is right only when all runs have one size and
+// one frame count; packages are built that way. Reads and writes that the
+// rule would put outside the data area are refused.
+//
+// The buffer stays encrypted after a save: a writer saves once and discards
+// the object. Copying is forbidden (the object owns its buffer). Not
+// thread-safe; one thread per object.
+#pragma once
+
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "grabsystem/grabsystem_export.h"
+
+namespace GrabSystem {
+
+struct GRABSYSTEM_EXPORT CDebugImgPackageInfoP {
+    uint32_t Width = 0;
+    uint32_t Height = 0;
+    uint32_t FrameCount = 0;
+    uint32_t CamIdx = 0;
+    uint32_t GroupIdx = 0;  // frames of run g are numbered from FrameCount x g
+};
+
+// Frees what std::calloc gave.
+struct FreeDeleter {
+    void operator()(unsigned char* p) const { std::free(p); }
+};
+
+class GRABSYSTEM_EXPORT CDebugImgPackageP {
+public:
+    static const char kKey[17];  // "Tk4mW9pLr2Xv7NqZ"
+
+    CDebugImgPackageP();
+    virtual ~CDebugImgPackageP();
+    CDebugImgPackageP(const CDebugImgPackageP&) = delete;
+    CDebugImgPackageP& operator=(const CDebugImgPackageP&) = delete;
+
+    void ClearPackageInfo() { PackageInfos.clear(); }
+    void SetJumpIdx(unsigned char jumpIdx) { JumpIdx = jumpIdx; }
+    void AddPackageInfo(CDebugImgPackageInfoP info) { PackageInfos.push_back(info); }
+
+    // A zero-filled data area for the current records (32-bit sum of their
+    // bytes); none without records.
+    void CreatePackageBuffer();
+
+    // Copies one frame into the data area. False without a buffer or
+    // records, for a record or frame index out of range, or when the frame
+    // would not lie inside the data area.
+    bool AddData(unsigned int infoIdx, unsigned char* data, unsigned int frameIdx);
+
+    // Encrypts the data area in place and writes the file. False without a
+    // buffer or records, or when the file cannot be created (the buffer is
+    // then encrypted all the same).
+    bool SaveDebugPackage(std::string path);
+
+    // Reads a package file and decrypts its data area. False when the file
+    // cannot be opened, has no records, is shorter than its header and
+    // records, or holds less data than its records promise; except for
+    // Version, nothing is changed then.
+    bool LoadDebugPackage(std::string path);
+
+    // Writes every frame as a BMP (with its information block) to
+    // "D://ImgTest//CamImgInput//Cam<CamIdx>//img<N>.bmp", N = FrameCount x
+    // GroupIdx + JumpIdx + frame; the overload adds "_<packageIdx>" to the
+    // camera folder. Failures leave single files missing.
+    void ExportDebugImg();
+    void ExportDebugImg(unsigned int packageIdx);
+
+    const std::string Key;
+    uint32_t Version = 2;
+    std::vector<CDebugImgPackageInfoP> PackageInfos;
+    uint32_t BufferSize = 0;
+    std::unique_ptr<unsigned char, FreeDeleter> Buffer;
+    uint32_t JumpIdx = 0;
+
+private:
+    void _DeleteBuffer();
+    void _Export(const std::string& cameraSuffix);
+};
+
+}  // namespace GrabSystem

@@ -1,0 +1,113 @@
+// CDebugPackageP: the general debug package, with a jump index per run, an
+// optional project file and LZ4-compressed frames.
+//
+// File (all integers u32 little-endian):
+//   Version (3) | project-file flag (1: the data area starts with it) |
+//   record count n | n records of JumpIdx, Width, Height, FrameCount,
+//   GroupIdx, CamIdx | the data area, encrypted as the image package's is
+// The data area is a sequence of blocks, each a u32 length L and L bytes:
+// the project file first when the flag is 1, then one LZ4 block per frame
+// (an 8-bit Width x Height frame), in record order.
+//
+// Writing stages blocks in a 1 GiB buffer of zeroed pages taken from the
+// system, so it costs resident memory only for the bytes staged. Reading
+// loads the whole file and parses it in place; every length is checked
+// against the file before it is used.
+//
+// After a load the project file is written to "D:\vormex\importTmp.fpz"
+// (its folder is created when missing). Copying is forbidden: the object
+// owns its buffers. Not thread-safe.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "grabsystem/debug_package/debug_img_package.h"
+#include "grabsystem/grabsystem_export.h"
+
+namespace GrabSystem {
+
+struct GRABSYSTEM_EXPORT CDebugPackageInfoP {
+    uint32_t JumpIdx = 0;
+    uint32_t Width = 0;
+    uint32_t Height = 0;
+    uint32_t FrameCount = 0;
+    uint32_t CamIdx = 0;
+    uint32_t GroupIdx = 0;
+};
+
+class GRABSYSTEM_EXPORT CDebugPackageP {
+public:
+    static constexpr uint64_t kStagingBytes = 0x40000000;  // 1 GiB
+    static constexpr size_t kLengthBufferBytes = 1556;
+    static const char kProjectFilePath[];  // "D:\vormex\importTmp.fpz"
+
+    CDebugPackageP();
+    virtual ~CDebugPackageP();
+    CDebugPackageP(const CDebugPackageP&) = delete;
+    CDebugPackageP& operator=(const CDebugPackageP&) = delete;
+
+    void ClearPackageInfo() { PackageInfos.clear(); }
+    void AddPackageInfo(CDebugPackageInfoP info) { PackageInfos.push_back(info); }
+
+    // Prepares for writing: releases everything, then takes the staging
+    // buffer.
+    void InitialPackageBuffer();
+    // Releases everything, then loads the whole file. True when it holds at
+    // least one byte.
+    bool InitialPackageBuffer(std::string path);
+
+    // Stages one block (a u32 length, then the bytes). The two unsigned
+    // arguments are accepted and not used. False without a staging buffer,
+    // for a negative length, or when the block would not fit.
+    bool AddData(unsigned int, unsigned char* data, unsigned int, int length);
+    // Copies the staged bytes into the buffer that SaveDebugPackage writes.
+    void AllocateDebugImgBuffer();
+    // Encrypts that buffer in place and writes the file. False without it,
+    // without records, or when the file cannot be created.
+    bool SaveDebugPackage(std::string path, bool withProjectFile);
+
+    // Loads, decrypts and, with a project file, writes it out. False for a
+    // missing file, one shorter than its header and records, no records, a
+    // project block longer than the data, or a failing decryption.
+    bool LoadDebugPackage(std::string path);
+    bool ImportProjectFile();
+
+    // Decompresses every frame and writes it as a BMP (with its information
+    // block) to "D://ImgTest//CamImgInput//Cam<CamIdx>//img<N>.bmp", N =
+    // FrameCount x GroupIdx + JumpIdx + frame. False without data or
+    // records, or at the first block that runs past the data or does not
+    // decompress; the files written before stay.
+    bool ImportDebugImg();
+    // As above into "Cam<CamIdx>_<packageIdx>" folders, except that every
+    // frame decodes the same bytes: L = the first block's length, taken from
+    // L bytes after it. Kept exactly: callers of this entry point rely on it.
+    bool ImportDebugImg(unsigned int packageIdx);
+
+    void DeleteBuffer();
+    unsigned char* GetProjectFileBuffer() { return ProjectFileBuffer.get(); }
+    unsigned long long GetProjectFileSize() const { return ProjectFileSize; }
+    // Bytes staged so far (while writing).
+    unsigned long long GetDataSize() const { return DataSize; }
+
+    const std::string Key;
+    uint32_t Version = 3;
+    std::vector<CDebugPackageInfoP> PackageInfos;
+
+private:
+    bool _Import(const std::string& cameraSuffix, bool walkBlocks);
+
+    uint64_t DataSize = 0;
+    uint64_t ProjectFileSize = 0;
+    std::unique_ptr<unsigned char[]> FileBuffer;
+    uint64_t FileBufferSize = 0;
+    std::unique_ptr<unsigned char[]> ProjectFileBuffer;
+    std::unique_ptr<unsigned char, FreeDeleter> PackageBuffer;
+    unsigned char* WriteCursor = nullptr;
+    unsigned char* ReadCursor = nullptr;
+    std::unique_ptr<unsigned char, FreeDeleter> LengthBuffer;
+};
+
+}  // namespace GrabSystem

@@ -1,0 +1,43 @@
+// CDebugPackageExporterP: turns a list of debug package files into the BMP
+// input tree (and, for general packages, the project file) in one call.
+//
+// The version word of the first file picks the form for the whole list:
+// 1 or 2 the image package, anything else (0 for a file that cannot be
+// opened) the general package. One file exports into "Cam<c>" folders;
+// several into "Cam<c>_<list position>" folders.
+//
+// The exporter owns its two package objects, made at construction and
+// reused for every call. Copying is forbidden. Not thread-safe.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "grabsystem/debug_package/debug_img_package.h"
+#include "grabsystem/debug_package/debug_package.h"
+#include "grabsystem/grabsystem_export.h"
+
+namespace GrabSystem {
+
+class GRABSYSTEM_EXPORT CDebugPackageExporterP {
+public:
+    CDebugPackageExporterP();
+    virtual ~CDebugPackageExporterP();
+    CDebugPackageExporterP(const CDebugPackageExporterP&) = delete;
+    CDebugPackageExporterP& operator=(const CDebugPackageExporterP&) = delete;
+
+    // False for an empty list or an empty path, and for a failed load; with
+    // several files, those exported before a failure stay exported. With
+    // one file, whatever the object holds is exported even after a failed
+    // load (nothing, for a fresh object) and the load's result returned.
+    bool ExprotPackage(std::vector<std::string> paths);
+
+    // Size of the project file of the last general package loaded.
+    unsigned long long GetProjectFileSize() const;
+
+    std::unique_ptr<CDebugPackageP> DebugPackage;
+    std::unique_ptr<CDebugImgPackageP> DebugImgPackage;
+};
+
+}  // namespace GrabSystem

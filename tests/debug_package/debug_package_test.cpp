@@ -1,0 +1,251 @@
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "grabsystem/debug_package/debug_package.h"
+#include "grabsystem/debug_package/debug_package_exporter.h"
+#include "grabsystem/platform/toolkit/file_tool.h"
+#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/platform/toolkit/lz4_tool.h"
+#include "test_support.h"
+
+using namespace GrabSystem;
+using grabsys_test::ReadAll;
+using grabsys_test::TempDir;
+using grabsys_test::WriteAll;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::vector<unsigned char> FrameBytes(uint32_t w, uint32_t h, int seed) {
+    std::vector<unsigned char> f(size_t{w} * h);
+    for (size_t i = 0; i < f.size(); ++i) f[i] = static_cast<unsigned char>((i / 5) * 7 + seed);
+    return f;
+}
+
+std::vector<unsigned char> Lz4(const std::vector<unsigned char>& data) {
+    std::vector<unsigned char> out(static_cast<size_t>(DrasselSpace::CLZ4CompressorP::GetCompressBound(static_cast<int>(data.size()))));
+    out.resize(static_cast<size_t>(DrasselSpace::CLZ4CompressorP::CompressRaw(
+        data.data(), static_cast<int>(data.size()), out.data(), static_cast<int>(out.size()), 3)));
+    return out;
+}
+
+CDebugPackageInfoP GenRun(uint32_t jump, uint32_t w, uint32_t h, uint32_t frames, uint32_t cam, uint32_t group) {
+    CDebugPackageInfoP info;
+    info.JumpIdx = jump;
+    info.Width = w;
+    info.Height = h;
+    info.FrameCount = frames;
+    info.CamIdx = cam;
+    info.GroupIdx = group;
+    return info;
+}
+
+// One run of `frames` 6 x 4 frames, optionally led by a project file.
+void Save(const std::string& path, const std::vector<CDebugPackageInfoP>& runs, const std::string& project) {
+    CDebugPackageP pkg;
+    pkg.InitialPackageBuffer();
+    for (const auto& r : runs) pkg.AddPackageInfo(r);
+    if (!project.empty())
+        pkg.AddData(0, reinterpret_cast<unsigned char*>(const_cast<char*>(project.data())), 0, static_cast<int>(project.size()));
+    int seed = 0;
+    for (const auto& r : runs)
+        for (uint32_t j = 0; j < r.FrameCount; ++j) {
+            auto block = Lz4(FrameBytes(r.Width, r.Height, seed++));
+            ASSERT_TRUE(pkg.AddData(0, block.data(), 0, static_cast<int>(block.size())));
+        }
+    pkg.AllocateDebugImgBuffer();
+    ASSERT_TRUE(pkg.SaveDebugPackage(path, !project.empty()));
+}
+
+std::set<std::string> Tree(const std::string& root) {
+    std::set<std::string> files;
+    if (!fs::exists(root)) return files;
+    for (const auto& e : fs::recursive_directory_iterator(root))
+        if (e.is_regular_file()) files.insert(fs::relative(e.path(), root).generic_string());
+    return files;
+}
+
+std::vector<unsigned char> Pixels(const std::string& path) {
+    unsigned char* p = nullptr;
+    unsigned w = 0, h = 0;
+    DrasselSpace::ePixelFormatP f{};
+    if (!DrasselSpace::ImageIOToolP::LoadBMP(path.c_str(), p, w, h, f)) return {};
+    std::vector<unsigned char> v(p, p + size_t{w} * h);
+    delete[] p;
+    return v;
+}
+
+long ResidentPages() {
+    std::ifstream statm("/proc/self/statm");
+    long size = 0, resident = 0;
+    statm >> size >> resident;
+    return resident;
+}
+
+}  // namespace
+
+TEST(DebugPackage, LayoutProjectFileAndFramesRoundTrip) {
+    TempDir dir;
+    fs::create_directories(dir.File("D"));
+    const std::string project = "<project name='scan'/>";
+    Save("D:\\g.dbg", {GenRun(5, 6, 4, 4, 0, 1)}, project);
+    const auto file = ReadAll(dir.File("D/g.dbg"));
+    auto word = [&](size_t i) {
+        uint32_t v;
+        std::memcpy(&v, &file[4 * i], 4);
+        return v;
+    };
+    EXPECT_EQ(word(0), 3u);
+    EXPECT_EQ(word(1), 1u);  // project-file flag
+    EXPECT_EQ(word(2), 1u);  // records
+    EXPECT_EQ((std::vector<uint32_t>{word(3), word(4), word(5), word(6), word(7), word(8)}),
+              (std::vector<uint32_t>{5, 6, 4, 4, 1, 0}));  // jump, w, h, frames, group, camera
+
+    CDebugPackageP loaded;
+    ASSERT_TRUE(loaded.LoadDebugPackage("D:\\g.dbg"));
+    EXPECT_EQ(loaded.GetProjectFileSize(), project.size());
+    EXPECT_EQ(loaded.GetProjectFileBuffer(), nullptr);
+    const auto written = ReadAll(dir.File("D/vormex/importTmp.fpz"));
+    EXPECT_EQ(std::string(written.begin(), written.end()), project);
+
+    // Jump 5, FrameCount 4, group 1: img9 .. img12 in Cam0.
+    ASSERT_TRUE(loaded.ImportDebugImg());
+    EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")),
+              (std::set<std::string>{"Cam0/img9.bmp", "Cam0/img10.bmp", "Cam0/img11.bmp", "Cam0/img12.bmp"}));
+    for (int j = 0; j < 4; ++j)
+        EXPECT_EQ(Pixels(dir.File("D/ImgTest/CamImgInput/Cam0/img" + std::to_string(9 + j) + ".bmp")), FrameBytes(6, 4, j));
+
+    // The indexed entry point takes the first block's length and decodes
+    // that many bytes from the second block's length word on, for every
+    // frame, as it always has: here that is no LZ4 block, so it fails
+    // before writing a file.
+    EXPECT_FALSE(loaded.ImportDebugImg(2));
+    EXPECT_TRUE(Tree(dir.File("D/ImgTest/CamImgInput/Cam0_2")).empty());
+}
+
+TEST(DebugPackage, FlagOtherThanOneMeansNoProjectFile) {
+    TempDir dir;
+    fs::create_directories(dir.File("D"));
+    Save("D:\\np.dbg", {GenRun(0, 6, 4, 2, 3, 0), GenRun(0, 6, 4, 0, 3, 1)}, "");
+    auto file = ReadAll(dir.File("D/np.dbg"));
+    file[4] = 2;
+    WriteAll(dir.File("D/np.dbg"), file);
+    CDebugPackageP loaded;
+    ASSERT_TRUE(loaded.LoadDebugPackage("D:\\np.dbg"));
+    EXPECT_EQ(loaded.GetProjectFileSize(), 0u);
+    EXPECT_FALSE(fs::exists(dir.File("D/vormex/importTmp.fpz")));
+    ASSERT_TRUE(loaded.ImportDebugImg());  // a run of 0 frames takes no block
+    EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")), (std::set<std::string>{"Cam3/img0.bmp", "Cam3/img1.bmp"}));
+}
+
+TEST(DebugPackage, DamagedFilesGiveFalseAndKeepWhatWasWritten) {
+    TempDir dir;
+    fs::create_directories(dir.File("D"));
+    Save("D:\\g.dbg", {GenRun(0, 6, 4, 3, 0, 0)}, "proj");
+    const auto good = ReadAll(dir.File("D/g.dbg"));
+    CDebugPackageP pkg;
+    auto load = [&](const std::vector<unsigned char>& bytes) {
+        WriteAll(dir.File("D/bad.dbg"), bytes);
+        return pkg.LoadDebugPackage("D:\\bad.dbg");
+    };
+    for (size_t cut = 0; cut < 12 + 24; ++cut)
+        EXPECT_FALSE(load(std::vector<unsigned char>(good.begin(), good.begin() + static_cast<long>(cut)))) << cut;
+    auto zero = good;
+    std::memset(&zero[8], 0, 4);
+    EXPECT_FALSE(load(zero));
+    auto many = good;
+    many[10] = 0x10;  // a million records in a file of a few hundred bytes
+    EXPECT_FALSE(load(many));
+    EXPECT_FALSE(pkg.LoadDebugPackage("D:\\missing.dbg"));
+    EXPECT_FALSE(pkg.ImportDebugImg());
+
+    // The data is encrypted, so damage goes through the decryption: the
+    // project length or a block length then reads as a wild value, which
+    // must be caught against the data that is there.
+    for (size_t at : {size_t{36}, size_t{37}, size_t{39}, good.size() - 30, good.size() - 3}) {
+        auto bad = good;
+        bad[at] ^= 0x55;
+        if (load(bad)) {
+            pkg.ImportDebugImg();
+            pkg.ImportDebugImg(1);
+        }
+    }
+    // A package cut inside its last block: the frames before it are
+    // written, then false.
+    fs::remove_all(dir.File("D/ImgTest"));
+    ASSERT_TRUE(load(std::vector<unsigned char>(good.begin(), good.end() - 4)));
+    EXPECT_FALSE(pkg.ImportDebugImg());
+    EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")).size(), 2u);
+
+    CDebugPackageP writer;
+    EXPECT_FALSE(writer.AddData(0, nullptr, 0, 0));  // no staging buffer
+    EXPECT_FALSE(writer.SaveDebugPackage("D:\\x.dbg", false));
+}
+
+TEST(DebugPackage, StagingBufferCostsOnlyTheBytesStaged) {
+    const long before = ResidentPages();
+    if (before == 0) GTEST_SKIP() << "no /proc/self/statm on this system";
+    const long page = 4096;
+    std::vector<std::unique_ptr<CDebugPackageP>> packages;
+    for (int i = 0; i < 4; ++i) {
+        packages.emplace_back(new CDebugPackageP);
+        packages.back()->InitialPackageBuffer();  // 4 GiB of address space
+    }
+    std::vector<unsigned char> block(8 * 1048576, 1);
+    ASSERT_TRUE(packages[0]->AddData(0, block.data(), 0, static_cast<int>(block.size())));
+    const long grown = (ResidentPages() - before) * page;
+    EXPECT_LT(grown, 32L * 1048576) << "resident memory grew by " << grown << " bytes";
+    EXPECT_EQ(packages[0]->GetDataSize(), block.size() + 4);
+}
+
+TEST(PackageExporter, ChoosesTheFormByTheFirstFileAndNumbersFolders) {
+    TempDir dir;
+    fs::create_directories(dir.File("D"));
+    CDebugPackageExporterP exporter;
+    EXPECT_FALSE(exporter.ExprotPackage({}));
+    EXPECT_FALSE(exporter.ExprotPackage({""}));
+    EXPECT_FALSE(fs::exists(dir.File("D/ImgTest")));
+
+    // Two image packages: Cam<c>_0 and Cam<c>_1.
+    for (int i = 0; i < 2; ++i) {
+        CDebugImgPackageP img;
+        CDebugImgPackageInfoP info;
+        info.Width = 4;
+        info.Height = 2;
+        info.FrameCount = 1;
+        info.CamIdx = 2;
+        img.AddPackageInfo(info);
+        img.CreatePackageBuffer();
+        img.SaveDebugPackage("D:\\img" + std::to_string(i) + ".dbg");
+    }
+    ASSERT_TRUE(exporter.ExprotPackage({"D:\\img0.dbg", "D:\\img1.dbg"}));
+    EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")), (std::set<std::string>{"Cam2_0/img0.bmp", "Cam2_1/img0.bmp"}));
+
+    // A general package after an image package is parsed with the image
+    // layout: its flag is taken for the record count, its record count for
+    // the jump, and its records shift by one word.
+    Save("D:\\gen.dbg", {GenRun(0, 6, 4, 1, 0, 0)}, "project bytes");
+    EXPECT_TRUE(exporter.ExprotPackage({"D:\\img0.dbg", "D:\\gen.dbg"}));
+    EXPECT_EQ(exporter.DebugImgPackage->Version, 3u);
+    EXPECT_EQ(exporter.DebugImgPackage->JumpIdx, 1u);
+    ASSERT_EQ(exporter.DebugImgPackage->PackageInfos.size(), 1u);
+    EXPECT_EQ(exporter.DebugImgPackage->PackageInfos[0].Height, 6u);
+
+    // One general package: Cam<c> folders and the project file's size.
+    ASSERT_TRUE(exporter.ExprotPackage({"D:\\gen.dbg"}));
+    EXPECT_EQ(exporter.GetProjectFileSize(), 13u);
+    EXPECT_TRUE(fs::exists(dir.File("D/ImgTest/CamImgInput/Cam0/img0.bmp")));
+
+    // An unreadable first file picks the general form, whose load fails.
+    CDebugPackageExporterP fresh;
+    EXPECT_FALSE(fresh.ExprotPackage({"D:\\missing.dbg"}));
+    EXPECT_FALSE(fresh.ExprotPackage({"D:\\missing.dbg", "D:\\img0.dbg"}));
+}

@@ -1,0 +1,126 @@
+#include "package_demo.h"
+
+#include <chrono>
+#include <cstring>
+#include <iomanip>
+#include <vector>
+
+#include "grabsystem/grabsystem.h"
+
+namespace grabsys {
+
+namespace {
+
+using namespace GrabSystem;
+
+std::vector<unsigned char> CameraFrame(const PackageDemoOptions& o, uint32_t cam, uint32_t frame) {
+    std::vector<unsigned char> px(size_t{o.width} * o.height);
+    for (uint32_t y = 0; y < o.height; ++y)
+        for (uint32_t x = 0; x < o.width; ++x)
+            px[size_t{y} * o.width + x] = static_cast<unsigned char>((x / 8 + y / 8 + frame * 5 + cam * 40) % 200 + 20);
+    return px;
+}
+
+bool SameAsBmp(const std::vector<unsigned char>& frame, const std::string& path) {
+    CImg8P back;
+    return back.LoadFile(path.c_str()) && back.GetMemSize() == frame.size() &&
+           std::memcmp(back.GetData(), frame.data(), frame.size()) == 0;
+}
+
+// Compares every frame with the exported tree; `jump` shifts the numbers.
+uint64_t CountMatches(const PackageDemoOptions& o, uint32_t jump, uint64_t& wrong) {
+    uint64_t same = 0;
+    for (uint32_t cam = 0; cam < o.cameras; ++cam)
+        for (uint32_t f = 0; f < o.frames; ++f) {
+            const std::string path =
+                "D://ImgTest//CamImgInput//Cam" + std::to_string(cam) + "//img" + std::to_string(jump + f) + ".bmp";
+            SameAsBmp(CameraFrame(o, cam, f), path) ? ++same : ++wrong;
+        }
+    return same;
+}
+
+}  // namespace
+
+bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out) {
+    platform::SetDriveRoot(o.outputDir);
+    const std::string dir = o.outputDir + "/packages/";
+    DrasselSpace::FileToolP::CreateDirectoryRecursively(dir);
+    out << "Debug packages: " << o.cameras << " cameras x " << o.frames << " frames of " << o.width << " x "
+        << o.height << "\n";
+
+    // The image package: one run per camera, raw frames.
+    CDebugImgPackageP image;
+    for (uint32_t cam = 0; cam < o.cameras; ++cam) {
+        CDebugImgPackageInfoP run;
+        run.Width = o.width;
+        run.Height = o.height;
+        run.FrameCount = o.frames;
+        run.CamIdx = cam;
+        image.AddPackageInfo(run);
+    }
+    image.CreatePackageBuffer();
+    for (uint32_t cam = 0; cam < o.cameras; ++cam)
+        for (uint32_t f = 0; f < o.frames; ++f) {
+            auto px = CameraFrame(o, cam, f);
+            image.AddData(cam, px.data(), f);
+        }
+    const bool imageSaved = image.SaveDebugPackage(dir + "image.dbg");
+
+    // The general package: a project file, then LZ4 frames; jump index 3.
+    const std::string project = "<vormex-project scan='demo' cameras='" + std::to_string(o.cameras) + "'/>";
+    CDebugPackageP general;
+    general.InitialPackageBuffer();
+    general.AddData(0, reinterpret_cast<unsigned char*>(const_cast<char*>(project.data())), 0,
+                    static_cast<int>(project.size()));
+    uint64_t plain = 0;
+    std::vector<unsigned char> block(static_cast<size_t>(DrasselSpace::CLZ4CompressorP::GetCompressBound(
+        static_cast<int>(size_t{o.width} * o.height))));
+    for (uint32_t cam = 0; cam < o.cameras; ++cam) {
+        CDebugPackageInfoP run;
+        run.JumpIdx = 3;
+        run.Width = o.width;
+        run.Height = o.height;
+        run.FrameCount = o.frames;
+        run.CamIdx = cam;
+        general.AddPackageInfo(run);
+        for (uint32_t f = 0; f < o.frames; ++f) {
+            auto px = CameraFrame(o, cam, f);
+            const int n = DrasselSpace::CLZ4CompressorP::CompressRaw(px.data(), static_cast<int>(px.size()), block.data(),
+                                                                     static_cast<int>(block.size()), 3);
+            general.AddData(0, block.data(), 0, n);
+            plain += px.size();
+        }
+    }
+    general.AllocateDebugImgBuffer();
+    const bool generalSaved = general.SaveDebugPackage(dir + "general.dbg", true);
+    if (!imageSaved || !generalSaved) {
+        out << "  a package could not be saved under " << dir << "\n";
+        return false;
+    }
+
+    // Export each through the exporter and compare the tree.
+    uint64_t wrong = 0;
+    CDebugPackageExporterP exporter;
+    const bool imageExported = exporter.ExprotPackage({dir + "image.dbg"});
+    const uint64_t imageSame = CountMatches(o, 0, wrong);
+    const bool generalExported = exporter.ExprotPackage({dir + "general.dbg"});
+    const uint64_t generalSame = CountMatches(o, 3, wrong);
+
+    unsigned char* projectBack = nullptr;
+    unsigned long long projectSize = 0;
+    const bool projectOk = DrasselSpace::FileToolP::LoadDataFromFile(CDebugPackageP::kProjectFilePath, projectBack, projectSize) &&
+                           std::string(reinterpret_cast<char*>(projectBack), projectSize) == project;
+    delete[] projectBack;
+
+    out << "  image package:   " << imageSame << " frames exported and identical (" << (imageExported ? "ok" : "FAILED")
+        << ")\n";
+    out << "  general package: " << generalSame << " frames exported and identical, LZ4 " << std::fixed
+        << std::setprecision(2) << static_cast<double>(plain) / static_cast<double>(general.GetDataSize()) << ":1 ("
+        << (generalExported ? "ok" : "FAILED") << "), project file " << exporter.GetProjectFileSize() << " bytes "
+        << (projectOk ? "identical" : "DIFFERS") << "\n";
+    out.unsetf(std::ios::fixed);
+    out << "  files: " << dir << " and " << platform::TranslatePath("D://ImgTest//CamImgInput") << "\n";
+    return imageExported && generalExported && projectOk && wrong == 0;
+}
+
+}  // namespace grabsys

@@ -1,0 +1,23 @@
+// The debug-package demonstration: captured frames bundled into an image
+// package and a general package (with a project file), saved, exported with
+// CDebugPackageExporterP into the BMP tree under the drive root, and
+// compared frame by frame.
+#pragma once
+
+#include <cstdint>
+#include <ostream>
+#include <string>
+
+namespace grabsys {
+
+struct PackageDemoOptions {
+    uint32_t cameras = 2;
+    uint32_t frames = 8;  // per camera
+    uint32_t width = 640;
+    uint32_t height = 480;
+    std::string outputDir;  // packages in <out>/packages; D: maps to <out>/D
+};
+
+bool RunPackageDemo(const PackageDemoOptions& options, std::ostream& out);
+
+}  // namespace grabsys
