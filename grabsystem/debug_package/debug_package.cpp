@@ -4,6 +4,7 @@
 
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/logger/logger.h"
+#include "grabsystem/platform/os/os.h"
 #include "grabsystem/platform/toolkit/binary_io.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
@@ -28,6 +29,8 @@ uint32_t ReadU32(const unsigned char* p) {
 
 }  // namespace
 
+void CDebugPackageP::PageDeleter::operator()(unsigned char* p) const { platform::FreePages(p, kStagingBytes); }
+
 CDebugPackageP::CDebugPackageP() : Key(CDebugImgPackageP::kKey) {}
 
 CDebugPackageP::~CDebugPackageP() {
@@ -50,7 +53,7 @@ void CDebugPackageP::InitialPackageBuffer() {
     DeleteBuffer();
     // Zeroed pages straight from the system: the staging buffer costs
     // resident memory only where blocks are staged.
-    PackageBuffer.reset(static_cast<unsigned char*>(std::calloc(kStagingBytes, 1)));
+    PackageBuffer.reset(static_cast<unsigned char*>(platform::AllocatePages(kStagingBytes)));
     LengthBuffer.reset(static_cast<unsigned char*>(std::calloc(kLengthBufferBytes, 1)));
     WriteCursor = PackageBuffer.get();
 }

@@ -104,7 +104,11 @@ private:
     std::unique_ptr<unsigned char[]> FileBuffer;
     uint64_t FileBufferSize = 0;
     std::unique_ptr<unsigned char[]> ProjectFileBuffer;
-    std::unique_ptr<unsigned char, FreeDeleter> PackageBuffer;
+    // Pages from the operating system, returned by the deleter.
+    struct PageDeleter {
+        void operator()(unsigned char* p) const;
+    };
+    std::unique_ptr<unsigned char, PageDeleter> PackageBuffer;
     unsigned char* WriteCursor = nullptr;
     unsigned char* ReadCursor = nullptr;
     std::unique_ptr<unsigned char, FreeDeleter> LengthBuffer;

@@ -1,27 +1,33 @@
-// Pushes a padded camera frame into a pool and fetches it back by serial.
+// A camera thread pushes a padded frame into an image pool; a consumer
+// fetches it by serial, saves it as a BMP and releases it.
 #include <grabsystem/grabsystem.h>
 
 #include <cstdio>
 #include <vector>
 
 int main() {
-    const size_t width = 640, height = 480, rowGap = 32;
-    std::vector<unsigned char> region(4 * width * height);  // the pool's memory
+    using namespace GrabSystem;
+    const unsigned width = 640, height = 480, rowGap = 32;
+    std::vector<unsigned char> region(4 * width * height);  // the pool's memory, owned by the caller
     std::vector<unsigned char> camera((width + rowGap) * height, 42);
 
-    GrabSystem::CChunkPoolCtrlP pool(0, nullptr, GrabSystem::ePoolRing);
-    GrabSystem::CMemBlockP block(region.data(), region.size());
+    CImgPoolCtrlP pool(0, nullptr, ePoolRing, 8);
+    CMemBlockP block(region.data(), region.size());
     pool.AssignMemoryBlock(block);
     pool.SetDefaultMemSize(width * height);
+    pool.SetImgDefaultConfig(eCam0, VormexDataStructure::eMemModeFixed,
+                             VormexDataStructure::ImgSize(width, height, 1, 8), VormexDataStructure::ImgRes());
     pool.Add(4);
 
-    if (!pool.PushData(camera.data(), width, height, rowGap)) return 1;
-    auto* frame = static_cast<GrabSystem::IChunkDataP*>(pool.GetNodeWithSerial(0));
-    const auto* pixels = static_cast<unsigned char*>(frame->GetData());
-    std::printf("frame #%llu: first pixel %d\n", static_cast<unsigned long long>(frame->GetSerialNum()), pixels[0]);
-    pool.Release(frame);
+    if (!pool.PushImg(camera.data(), width, height, rowGap, /*frameAttr=*/7)) return 1;  // camera thread
+    IImgP* img = pool.GetImg(0);                                                          // consumer thread
+    img->SetToUsing();
+    const bool saved = img->SaveBmp("frame0.bmp");  // pixels, then the image's information block
+    std::printf("frame #0: %u x %u, attribute %u, first pixel %d\n", img->GetWidth(), img->GetHeight(),
+                img->GetInfo().frameAttr, img->GetImg()[0]);
+    img->ReleaseUsingStatus();  // back to the pool
 
     pool.DeleteAll();
     pool.DischargeMemoryBlock();
-    return pixels[0] == 42 ? 0 : 1;
+    return saved && pool.GetUsingCount() == 0 ? 0 : 1;
 }

@@ -6,7 +6,7 @@ execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} C
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
                 COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
 execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
-execute_process(COMMAND ${WORK}/build/consumer COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${WORK}/build/consumer WORKING_DIRECTORY ${WORK} COMMAND_ERROR_IS_FATAL ANY)
 find_program(PKG_CONFIG pkg-config)
 if(PKG_CONFIG)
   file(GLOB_RECURSE pc ${prefix}/*/grabsystem.pc)

@@ -71,7 +71,7 @@ bool SameAsBmp(const CImg8P& captured, const std::string& path) {
 
 }  // namespace
 
-bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out) {
+bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out, std::vector<StageSummary>& summary) {
     const std::string armDir = o.outputDir + "\\armraw\\";
     const std::string bmpDir = o.outputDir + "\\armbmp\\";
     DrasselSpace::FileToolP::CreateDirectoryRecursively(armDir);
@@ -145,6 +145,11 @@ bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out) {
         }
     }
 
+    StageSummary compress{"arm compress + write", verified + wrong, rawBytes, fileBytes, compressSeconds,
+                          platform::TranslatePath(armDir)};
+    StageSummary extract{"arm extract to BMP", verified + wrong, rawBytes, 0, extractSeconds, platform::TranslatePath(bmpDir)};
+    summary.push_back(compress);
+    summary.push_back(extract);
     const double mb = static_cast<double>(rawBytes) / 1048576.0;
     out << std::fixed << std::setprecision(1);
     out << "  compress and write: " << mb << " MB of frames -> " << static_cast<double>(fileBytes) / 1048576.0

@@ -6,6 +6,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
+
+#include "cli_common.h"
 
 namespace grabsys {
 
@@ -21,6 +24,6 @@ struct ArmDemoOptions {
 };
 
 // Returns false when a frame read back differs from the one captured.
-bool RunArmDemo(const ArmDemoOptions& options, std::ostream& out);
+bool RunArmDemo(const ArmDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
 
 }  // namespace grabsys

@@ -173,7 +173,7 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
 
 }  // namespace
 
-bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out) {
+bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageSummary>& summary) {
     SyntheticCamera camera(o);
     const double frameMB = static_cast<double>(camera.PackedSize()) / 1048576.0;
     out << "Grab path: " << o.frames << " frames of " << o.width << " x " << o.height << " (8-bit, " << o.rowGap
@@ -185,6 +185,13 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out) {
     bool ok = true;
     for (PoolMode mode : {GrabSystem::ePoolNormal, GrabSystem::ePoolRing}) {
         const ModeResult r = RunMode(o, mode, camera);
+        StageSummary stage;
+        stage.stage = mode == GrabSystem::ePoolRing ? "grab, ring mode" : "grab, normal mode";
+        stage.frames = r.pushed;
+        stage.bytesIn = r.pushed * camera.PackedSize();
+        stage.seconds = r.copySeconds;
+        stage.where = mode == GrabSystem::ePoolRing ? "-" : GrabSystem::platform::TranslatePath(o.outputDir);
+        summary.push_back(stage);
         const double mb = frameMB * static_cast<double>(r.pushed);
         out << std::left << std::setw(8) << (mode == GrabSystem::ePoolRing ? "ring" : "normal") << std::right
             << std::setw(8) << r.pushed << std::setw(9) << r.dropped << std::setw(13) << r.overwritten

@@ -5,6 +5,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
+
+#include "cli_common.h"
 
 namespace grabsys {
 
@@ -25,6 +28,6 @@ struct GrabDemoOptions {
 // attribute; the consumer fetches them with GetImg, saves a few as raw and
 // BMP files, loads those back, and releases with ReleaseUsingStatus.
 // Returns false when a frame or a reloaded file did not hold what was pushed.
-bool RunGrabDemo(const GrabDemoOptions& options, std::ostream& out);
+bool RunGrabDemo(const GrabDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
 
 }  // namespace grabsys

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstring>
+#include <filesystem>
 #include <iomanip>
 #include <vector>
 
@@ -41,7 +42,7 @@ uint64_t CountMatches(const PackageDemoOptions& o, uint32_t jump, uint64_t& wron
 
 }  // namespace
 
-bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out) {
+bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<StageSummary>& summary) {
     platform::SetDriveRoot(o.outputDir);
     const std::string dir = o.outputDir + "/packages/";
     DrasselSpace::FileToolP::CreateDirectoryRecursively(dir);
@@ -101,9 +102,18 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out) {
     // Export each through the exporter and compare the tree.
     uint64_t wrong = 0;
     CDebugPackageExporterP exporter;
+    const auto t0 = std::chrono::steady_clock::now();
     const bool imageExported = exporter.ExprotPackage({dir + "image.dbg"});
+    const double imageSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
     const uint64_t imageSame = CountMatches(o, 0, wrong);
+    const auto t1 = std::chrono::steady_clock::now();
     const bool generalExported = exporter.ExprotPackage({dir + "general.dbg"});
+    const double generalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count();
+    const uint64_t frames = uint64_t{o.cameras} * o.frames;
+    std::error_code ec;
+    const std::string tree = platform::TranslatePath("D://ImgTest//CamImgInput");
+    summary.push_back({"image package export", frames, plain, std::filesystem::file_size(platform::TranslatePath(dir + "image.dbg"), ec), imageSeconds, tree});
+    summary.push_back({"general package export", frames, plain, std::filesystem::file_size(platform::TranslatePath(dir + "general.dbg"), ec), generalSeconds, tree});
     const uint64_t generalSame = CountMatches(o, 3, wrong);
 
     unsigned char* projectBack = nullptr;

@@ -7,6 +7,9 @@
 #include <cstdint>
 #include <ostream>
 #include <string>
+#include <vector>
+
+#include "cli_common.h"
 
 namespace grabsys {
 
@@ -18,6 +21,6 @@ struct PackageDemoOptions {
     std::string outputDir;  // packages in <out>/packages; D: maps to <out>/D
 };
 
-bool RunPackageDemo(const PackageDemoOptions& options, std::ostream& out);
+bool RunPackageDemo(const PackageDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
 
 }  // namespace grabsys

@@ -117,5 +117,14 @@ GRABSYSTEM_EXPORT int64_t FileTell(FILE* file);
 // Size of an open file in bytes, keeping its position; -1 on failure.
 GRABSYSTEM_EXPORT int64_t FileSize(FILE* file);
 
+// Zero-filled pages straight from the operating system (mmap / VirtualAlloc):
+// a page costs resident memory only once it is written. Null on failure.
+// Free with FreePages and the same size.
+GRABSYSTEM_EXPORT void* AllocatePages(uint64_t size);
+GRABSYSTEM_EXPORT void FreePages(void* pages, uint64_t size);
+
+// Whether the stream is an interactive terminal (for progress output).
+GRABSYSTEM_EXPORT bool IsTerminal(FILE* stream);
+
 }  // namespace platform
 }  // namespace GrabSystem

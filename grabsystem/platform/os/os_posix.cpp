@@ -3,7 +3,9 @@
 #include <stdio.h>
 #include <pthread.h>
 #include <sched.h>
+#include <sys/mman.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cctype>
@@ -145,6 +147,18 @@ bool FileSeek(FILE* file, int64_t offset, int whence) {
 }
 
 int64_t FileTell(FILE* file) { return file == nullptr ? -1 : static_cast<int64_t>(ftello(file)); }
+
+void* AllocatePages(uint64_t size) {
+    if (size == 0) return nullptr;
+    void* p = mmap(nullptr, static_cast<size_t>(size), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    return p == MAP_FAILED ? nullptr : p;
+}
+
+void FreePages(void* pages, uint64_t size) {
+    if (pages != nullptr) munmap(pages, static_cast<size_t>(size));
+}
+
+bool IsTerminal(FILE* stream) { return stream != nullptr && isatty(fileno(stream)) != 0; }
 
 }  // namespace platform
 }  // namespace GrabSystem

@@ -3,6 +3,7 @@
 #include <mmsystem.h>
 
 #include <cstdio>
+#include <io.h>
 #include <new>
 
 #include "grabsystem/platform/os/os.h"
@@ -82,6 +83,16 @@ bool FileSeek(FILE* file, int64_t offset, int whence) {
 }
 
 int64_t FileTell(FILE* file) { return file == nullptr ? -1 : _ftelli64(file); }
+
+void* AllocatePages(uint64_t size) {
+    return size == 0 ? nullptr : VirtualAlloc(nullptr, static_cast<SIZE_T>(size), MEM_COMMIT | MEM_RESERVE, PAGE_READWRITE);
+}
+
+void FreePages(void* pages, uint64_t) {
+    if (pages != nullptr) VirtualFree(pages, 0, MEM_RELEASE);
+}
+
+bool IsTerminal(FILE* stream) { return stream != nullptr && _isatty(_fileno(stream)) != 0; }
 
 }  // namespace platform
 }  // namespace GrabSystem

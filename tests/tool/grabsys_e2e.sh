@@ -1,0 +1,98 @@
+#!/usr/bin/env bash
+# End-to-end checks of the grabsys tool, run as a user would run it.
+# Usage: grabsys_e2e.sh <grabsys binary> <case>
+set -uo pipefail
+G="$1"
+CASE="$2"
+T="$(mktemp -d)"
+trap 'rm -rf "$T"' EXIT
+PY=/usr/bin/python3
+
+fail() { echo "FAIL: $*" >&2; exit 1; }
+# Runs the tool, keeps stdout/stderr, and returns its exit code.
+run() { "$G" "$@" >"$T/out" 2>"$T/err"; }
+expect_error() {  # expect_error <text on stderr> <args...>
+  local text="$1"; shift
+  run "$@" && fail "grabsys $* should fail"
+  [ "$(wc -l <"$T/err")" -ge 1 ] || fail "grabsys $* printed no error"
+  grep -q -- "$text" "$T/err" || fail "grabsys $*: stderr lacks '$text': $(cat "$T/err")"
+}
+
+small_demo() {  # a small demo whose output feeds the other cases
+  run demo --frames 12 --camera-fps 0 --consumer-ms 0 --width 320 --height 240 --views 2 --cameras 2 \
+      --arm-width 96 --arm-height 64 --package-frames 3 -o "$T/demo" || fail "demo failed: $(cat "$T/err")"
+}
+
+case "$CASE" in
+demo)
+  small_demo
+  grep -q "all frames verified bit for bit" "$T/out" || fail "demo did not verify its frames"
+  grep -q "arm compress + write" "$T/out" || fail "demo table lacks the arm stage"
+  [ -f "$T/demo/armraw/1.armraw" ] || fail "demo wrote no .armraw files"
+  run demo --help && grep -q "Example" "$T/out" || fail "demo --help has no example"
+  ;;
+package)
+  small_demo
+  mkdir -p "$T/frames" && cp "$T"/demo/armbmp/Cam1Q/0/img*.bmp "$T/frames/"
+  run package create --from "$T/frames" -o "$T/cam.dbg" --camera 4 --group 1 --jump 2 || fail "create: $(cat "$T/err")"
+  run info --json "$T/cam.dbg" || fail "info: $(cat "$T/err")"
+  $PY - "$T/out" <<'PY' || fail "info --json does not describe the image package"
+import json, sys
+d = json.load(open(sys.argv[1]))[0]
+assert d["type"] == "image debug package" and d["jump_index"] == 2, d
+r = d["records"][0]
+assert (r["frames"], r["camera"], r["group"], r["width"], r["height"]) == (12, 4, 1, 96, 64), r
+PY
+  run package export "$T/cam.dbg" --root "$T/root" || fail "export: $(cat "$T/err")"
+  grep -q "Cam4: 12 BMP files" "$T/out" || fail "export tree not reported: $(cat "$T/out")"
+  # img<k>.bmp in the source is frame k; exported as FrameCount x group + jump + k.
+  $PY - "$T/frames" "$T/root/D/ImgTest/CamImgInput/Cam4" <<'PY' || fail "exported frames differ from the source BMPs"
+import sys
+from PIL import Image
+src, dst = sys.argv[1], sys.argv[2]
+for k in range(12):
+    a = Image.open(f"{src}/img{k}.bmp").tobytes()
+    b = Image.open(f"{dst}/img{12 + 2 + k}.bmp").tobytes()
+    assert a == b, k
+PY
+  echo "<project/>" >"$T/p.fpz"
+  run package create --from "$T/frames" -o "$T/gen.dbg" --general --project "$T/p.fpz" --jump 5 || fail "create general"
+  run info "$T/gen.dbg" && grep -q "project_file_bytes: 11" "$T/out" || fail "info of the general package"
+  run package export "$T/gen.dbg" --root "$T/root2" || fail "export general: $(cat "$T/err")"
+  grep -q "project file .*: 11 bytes" "$T/out" || fail "project file size not reported"
+  cmp -s "$T/p.fpz" "$T/root2/D/vormex/importTmp.fpz" || fail "project file differs"
+  ;;
+arm)
+  small_demo
+  run arm list "$T/demo/armraw" || fail "list: $(cat "$T/err")"
+  grep -q "2 views" "$T/out" || fail "list did not find 2 views"
+  run arm extract "$T/demo/armraw" -o "$T/one" --jobs 1 || fail "extract --jobs 1: $(cat "$T/err")"
+  run arm extract "$T/demo/armraw" -o "$T/two" --jobs 2 || fail "extract --jobs 2: $(cat "$T/err")"
+  diff -r "$T/one" "$T/two" >/dev/null || fail "--jobs 1 and --jobs 2 trees differ"
+  [ "$(find "$T/one" -name '*.bmp' | wc -l)" -eq 100 ] || fail "expected 100 BMP files"
+  diff -r "$T/one" "$T/demo/armbmp" >/dev/null || fail "the tool's tree differs from the demo's"
+  ;;
+errors)
+  small_demo
+  expect_error "no such folder" arm list "$T/missing"
+  expect_error "no such folder" arm extract "$T/missing" -o "$T/x"
+  cp -r "$T/demo/armraw" "$T/damaged"
+  head -c 5000 "$T/demo/armraw/1.armraw" >"$T/damaged/1.armraw"
+  expect_error "views 1 failed" arm extract "$T/damaged" -o "$T/dx"
+  printf 'file' >"$T/plainfile"
+  expect_error "output folder" arm extract "$T/demo/armraw" -o "$T/plainfile/sub"
+  expect_error "cannot open" package export "$T/missing.dbg"
+  head -c 40 "$T/demo/packages/image.dbg" >"$T/short.dbg"
+  expect_error "failed to load" package export "$T/short.dbg" --root "$T/r"
+  expect_error "not a file of this system" info "$T/plainfile"
+  expect_error "cannot read" info "$T/missing.raw"
+  expect_error "cannot write the package" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/plainfile/p.dbg"
+  [ ! -e "$T/plainfile/p.dbg.part" ] || fail "a half-written package was left behind"
+  expect_error "no such folder" package create --from "$T/missing" -o "$T/p.dbg"
+  run arm --help && grep -q "extract" "$T/out" || fail "arm --help"
+  ;;
+*)
+  fail "unknown case $CASE"
+  ;;
+esac
+echo "ok: $CASE"

@@ -1,0 +1,56 @@
+// What every grabsys command shares: output switches, error reporting and a
+// progress bar for long work.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace grabsys {
+
+struct Output {
+    bool quiet = false;
+    bool verbose = false;
+};
+
+// Prints "grabsys: <message>" on stderr and returns the exit code 1.
+int Fail(const std::string& message);
+
+// A progress bar on stderr with counts and rate, drawn only when stderr is
+// a terminal and output is not quiet. Thread-safe Add.
+class Progress {
+public:
+    Progress(std::string label, uint64_t total, const Output& output);
+    ~Progress();
+    void Add(uint64_t n = 1);
+    void Finish();
+
+private:
+    void Draw(bool final);
+
+    std::string m_label;
+    uint64_t m_total;
+    bool m_enabled;
+    bool m_finished = false;
+    uint64_t m_done = 0;
+    std::chrono::steady_clock::time_point m_start;
+    std::chrono::steady_clock::time_point m_lastDraw;
+};
+
+// Installs (or removes) a stderr sink on the library's logger.
+void AttachLogger(bool verbose);
+
+// One line of the demo's closing table.
+struct StageSummary {
+    std::string stage;
+    uint64_t frames = 0;
+    uint64_t bytesIn = 0;   // frame bytes handled
+    uint64_t bytesOut = 0;  // bytes in the files written (0: none)
+    double seconds = 0;
+    std::string where;
+};
+
+// "12.3 MB" style sizes.
+std::string Megabytes(uint64_t bytes);
+
+}  // namespace grabsys
