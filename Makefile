@@ -6,6 +6,7 @@
 #   make asan      tests under AddressSanitizer + UndefinedBehaviorSanitizer
 #   make tsan      tests under ThreadSanitizer
 #   make tsa       clang build with lock annotations checked (-Wthread-safety)
+#   make fuzz      every fuzz target for FUZZ_SECONDS (default 60) each
 #   make windows   cross-build the 64-bit Windows DLL with mingw-w64
 #   make install   install into PREFIX (default /usr/local)
 
@@ -33,7 +34,10 @@ define preset
 	cmake --build --preset $(1)
 endef
 
-.PHONY: deps build test run bench asan tsan tsa windows install clean
+.PHONY: deps build test run bench asan tsan tsa fuzz windows install clean
+
+FUZZ_SECONDS ?= 60
+FUZZ_TARGETS := raw_image bmp img_info ffc_table value_raw arm_view image_package general_package exporter lz4
 
 deps:
 	$(call install_missing,$(DEPS))
@@ -67,6 +71,21 @@ tsan: deps
 tsa: deps
 	$(call install_missing,$(DEPS_TSA))
 	$(call preset,clang-tsa)
+
+# Each fuzz target for FUZZ_SECONDS on a seed corpus made from files the
+# library writes; findings land in build/fuzz/findings.
+fuzz: build
+	$(call install_missing,$(DEPS_TSA))
+	$(call preset,fuzz)
+	fuzz/make_seeds.sh build/dev/tools/grabsys/grabsys build/fuzz/seeds
+	@mkdir -p build/fuzz/findings
+	@for t in $(FUZZ_TARGETS); do \
+	  echo "== fuzz_$$t for $(FUZZ_SECONDS) s"; \
+	  mkdir -p build/fuzz/corpus/$$t; \
+	  build/fuzz/fuzz/fuzz_$$t build/fuzz/corpus/$$t build/fuzz/seeds/$$t -max_total_time=$(FUZZ_SECONDS) \
+	    -artifact_prefix=build/fuzz/findings/$$t- -print_final_stats=1 2>&1 | grep -E '^(#[0-9]+.*DONE|stat::number_of_executed_units|stat::peak_rss|==[0-9]+==ERROR|SUMMARY)' || true; \
+	done
+	@if ls build/fuzz/findings/* >/dev/null 2>&1; then echo "== findings:"; ls build/fuzz/findings; exit 1; fi
 
 windows: deps
 	$(call install_missing,$(DEPS_WINDOWS))

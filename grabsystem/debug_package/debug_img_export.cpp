@@ -23,6 +23,7 @@ void CDebugImgPackageP::_Export(const std::string& cameraSuffix) {
     for (size_t i = 0; i < PackageInfos.size(); ++i) {
         const CDebugImgPackageInfoP& info = PackageInfos[i];
         const uint32_t frameBytes = info.Width * info.Height;
+        if (frameBytes == 0) continue;  // no pixels: nothing to write, however many frames
         const std::string directory = kExportRoot + std::to_string(info.CamIdx) + cameraSuffix + "//";
         for (uint32_t j = 0; j < info.FrameCount; ++j) {
             const uint32_t number = info.FrameCount * info.GroupIdx + JumpIdx + j;
@@ -32,7 +33,7 @@ void CDebugImgPackageP::_Export(const std::string& cameraSuffix) {
             // The uniform-run rule; a frame it would read from outside the
             // data area is skipped.
             const uint32_t offset = (info.FrameCount * static_cast<uint32_t>(i) + j) * frameBytes;
-            if (uint64_t{offset} + frameBytes > BufferSize || frameBytes == 0) continue;
+            if (uint64_t{offset} + frameBytes > BufferSize) continue;
             // The image borrows the frame where it lies in the data area
             // (a caller's buffer, never freed by the image): no copy.
             img.SetMemSource(eMemSrcAssign, Buffer.get() + offset, frameBytes);

@@ -18,6 +18,7 @@ namespace {
 
 const char kExportRoot[] = "D://ImgTest//CamImgInput//Cam";
 constexpr uint64_t kRecordBytes = 6 * 4;
+constexpr uint64_t kMaxLz4Ratio = 255;
 
 void Log(const char* text) { PelvaneSpace::Logger::GetInstance()->Info(PelvaneSpace::Logger::kKindInfo, text); }
 
@@ -171,10 +172,21 @@ bool CDebugPackageP::ImportDebugImg(unsigned int packageIdx) { return _Import("_
 bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
     if (!FileBuffer || ReadCursor == nullptr || PackageInfos.empty()) return false;
     const unsigned char* const end = ReadCursor + DataSize;
+    // Every frame of a valid package has a block of its own, at least its
+    // length word: records that claim more frames are refused before the
+    // first one, so that no file makes the import loop for ever.
+    uint64_t frames = 0;
+    for (const CDebugPackageInfoP& info : PackageInfos) frames += info.FrameCount;
+    if (frames > DataSize / 4) return false;
     CImg8P img;
     img.GetInfo().size.SetBitPerChannel(8);
     uint64_t offset = 0;
     for (const CDebugPackageInfoP& info : PackageInfos) {
+        if (info.FrameCount == 0) continue;
+        // No frame decodes to more than LZ4's largest expansion of the whole
+        // data area: a record that claims more is refused before allocating.
+        const uint64_t pixels = uint64_t{info.Width} * info.Height;
+        if (pixels > INT32_MAX || pixels > DataSize * kMaxLz4Ratio) return false;
         img.SetSize(info.Width, info.Height, 1, false);
         const std::string directory = kExportRoot + std::to_string(info.CamIdx) + cameraSuffix + "//";
         for (uint32_t j = 0; j < info.FrameCount; ++j) {

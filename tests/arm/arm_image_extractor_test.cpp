@@ -16,31 +16,13 @@
 using namespace GrabSystem;
 using grabsys_test::ReadAll;
 using grabsys_test::TempDir;
+using grabsys_test::Tree;
 using grabsys_test::View;
 using grabsys_test::WriteAll;
 
 namespace {
 
 namespace fs = std::filesystem;
-
-// Every file below `root`, as relative paths with "/".
-std::set<std::string> Tree(const std::string& root) {
-    std::set<std::string> files;
-    if (!fs::exists(root)) return files;
-    for (const auto& e : fs::recursive_directory_iterator(root))
-        if (e.is_regular_file()) files.insert(fs::relative(e.path(), root).generic_string());
-    return files;
-}
-
-std::vector<unsigned char> Pixels(const std::string& bmp) {
-    unsigned char* p = nullptr;
-    unsigned w = 0, h = 0;
-    DrasselSpace::ePixelFormatP f{};
-    if (!DrasselSpace::ImageIOToolP::LoadBMP(bmp.c_str(), p, w, h, f)) return {};
-    std::vector<unsigned char> v(p, p + size_t{w} * h * f);
-    delete[] p;
-    return v;
-}
 
 class ArmExtractor : public ::testing::Test {
 protected:
@@ -106,11 +88,11 @@ TEST_F(ArmExtractor, TwentyFourSinFramesMakeTheNumberedPAndQTree) {
     // frames keep their number.
     const std::string out = dir.File("D/out/");
     auto pixels = [&](int frame) { return std::vector<unsigned char>(v.frames[frame]->GetImg(), v.frames[frame]->GetImg() + 800); };
-    EXPECT_EQ(Pixels(out + "Cam0P/7/img4.bmp"), pixels(0));
-    EXPECT_EQ(Pixels(out + "Cam0P/7/img0.bmp"), pixels(8));
-    EXPECT_EQ(Pixels(out + "Cam0Q/7/img0.bmp"), pixels(12));
-    EXPECT_EQ(Pixels(out + "Cam0Q/7/img11.bmp"), pixels(23));
-    EXPECT_EQ(Pixels(out + "Cam0P/7/imgW.bmp"), pixels(24));
+    EXPECT_EQ(grabsys_test::BmpPixels(out + "Cam0P/7/img4.bmp"), pixels(0));
+    EXPECT_EQ(grabsys_test::BmpPixels(out + "Cam0P/7/img0.bmp"), pixels(8));
+    EXPECT_EQ(grabsys_test::BmpPixels(out + "Cam0Q/7/img0.bmp"), pixels(12));
+    EXPECT_EQ(grabsys_test::BmpPixels(out + "Cam0Q/7/img11.bmp"), pixels(23));
+    EXPECT_EQ(grabsys_test::BmpPixels(out + "Cam0P/7/imgW.bmp"), pixels(24));
     // Each BMP carries its frame's information block.
     FILE* f = std::fopen((out + "Cam0P/7/img4.bmp").c_str(), "rb");
     EXPECT_EQ(CImgInfo::ExtractFileType(f), VormexDataStructure::eImgFmtBmp);

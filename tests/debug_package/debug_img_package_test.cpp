@@ -15,6 +15,7 @@
 using namespace GrabSystem;
 using grabsys_test::ReadAll;
 using grabsys_test::TempDir;
+using grabsys_test::Tree;
 using grabsys_test::WriteAll;
 namespace fs = std::filesystem;
 
@@ -48,14 +49,6 @@ void BuildAndSave(CDebugImgPackageP& pkg, uint8_t jump = 0) {
             ASSERT_TRUE(pkg.AddData(i, f.data(), j));
         }
     ASSERT_TRUE(pkg.SaveDebugPackage("D:\\p.dbg"));
-}
-
-std::set<std::string> Tree(const std::string& root) {
-    std::set<std::string> files;
-    if (!fs::exists(root)) return files;
-    for (const auto& e : fs::recursive_directory_iterator(root))
-        if (e.is_regular_file()) files.insert(fs::relative(e.path(), root).generic_string());
-    return files;
 }
 
 }  // namespace

@@ -19,6 +19,7 @@
 using namespace GrabSystem;
 using grabsys_test::ReadAll;
 using grabsys_test::TempDir;
+using grabsys_test::Tree;
 using grabsys_test::WriteAll;
 namespace fs = std::filesystem;
 
@@ -65,24 +66,6 @@ void Save(const std::string& path, const std::vector<CDebugPackageInfoP>& runs, 
     ASSERT_TRUE(pkg.SaveDebugPackage(path, !project.empty()));
 }
 
-std::set<std::string> Tree(const std::string& root) {
-    std::set<std::string> files;
-    if (!fs::exists(root)) return files;
-    for (const auto& e : fs::recursive_directory_iterator(root))
-        if (e.is_regular_file()) files.insert(fs::relative(e.path(), root).generic_string());
-    return files;
-}
-
-std::vector<unsigned char> Pixels(const std::string& path) {
-    unsigned char* p = nullptr;
-    unsigned w = 0, h = 0;
-    DrasselSpace::ePixelFormatP f{};
-    if (!DrasselSpace::ImageIOToolP::LoadBMP(path.c_str(), p, w, h, f)) return {};
-    std::vector<unsigned char> v(p, p + size_t{w} * h);
-    delete[] p;
-    return v;
-}
-
 long ResidentPages() {
     std::ifstream statm("/proc/self/statm");
     long size = 0, resident = 0;
@@ -121,7 +104,7 @@ TEST(DebugPackage, LayoutProjectFileAndFramesRoundTrip) {
     EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")),
               (std::set<std::string>{"Cam0/img9.bmp", "Cam0/img10.bmp", "Cam0/img11.bmp", "Cam0/img12.bmp"}));
     for (int j = 0; j < 4; ++j)
-        EXPECT_EQ(Pixels(dir.File("D/ImgTest/CamImgInput/Cam0/img" + std::to_string(9 + j) + ".bmp")), FrameBytes(6, 4, j));
+        EXPECT_EQ(grabsys_test::BmpPixels(dir.File("D/ImgTest/CamImgInput/Cam0/img" + std::to_string(9 + j) + ".bmp")), FrameBytes(6, 4, j));
 
     // The indexed entry point takes the first block's length and decodes
     // that many bytes from the second block's length word on, for every
@@ -184,6 +167,21 @@ TEST(DebugPackage, DamagedFilesGiveFalseAndKeepWhatWasWritten) {
     ASSERT_TRUE(load(std::vector<unsigned char>(good.begin(), good.end() - 4)));
     EXPECT_FALSE(pkg.ImportDebugImg());
     EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")).size(), 2u);
+
+    // A record whose frames could not come from the data (65535 x 65535
+    // pixels) is refused before the frame is allocated; so is one that
+    // claims more frames than the data has blocks.
+    const uint32_t side = 0xFFFF, frames = 0x7FFFFFFF;
+    auto huge = good;  // the record's Width and Height are bytes 16 and 20
+    std::memcpy(&huge[16], &side, 4);
+    std::memcpy(&huge[20], &side, 4);
+    auto endless = good;  // its FrameCount is byte 24
+    std::memcpy(&endless[24], &frames, 4);
+    for (const auto& lying : {huge, endless}) {
+        ASSERT_TRUE(load(lying));
+        EXPECT_FALSE(pkg.ImportDebugImg());
+        EXPECT_FALSE(pkg.ImportDebugImg(0));
+    }
 
     CDebugPackageP writer;
     EXPECT_FALSE(writer.AddData(0, nullptr, 0, 0));  // no staging buffer

@@ -18,23 +18,12 @@ using grabsys_test::WriteAll;
 
 namespace {
 
-// The grey levels of a BMP this library wrote.
-std::vector<unsigned char> GreyOf(const char* path) {
-    unsigned char* pixels = nullptr;
-    unsigned w = 0, h = 0;
-    DrasselSpace::ePixelFormatP f{};
-    if (!DrasselSpace::ImageIOToolP::LoadBMP(path, pixels, w, h, f)) return {};
-    std::vector<unsigned char> grey(pixels, pixels + size_t{w} * h * f);
-    delete[] pixels;
-    return grey;
-}
-
 std::vector<unsigned char> RenderFloats(const std::vector<float>& values, const char* path) {
     CImgFloatP img;
     img.SetSize(static_cast<uint32_t>(values.size()), 1, 1, false);
     std::memcpy(img.GetImg(), values.data(), values.size() * 4);
     img.SaveBmp(path);
-    return GreyOf(path);
+    return grabsys_test::BmpPixels(path);
 }
 
 }  // namespace
@@ -55,7 +44,7 @@ TEST(ImgKinds, FloatRendersStretchedWithItsQuirks) {
     CImgFloatP rgb;
     rgb.SetSize(2, 2, 3, false);
     EXPECT_TRUE(rgb.SaveBmp("D:\\rgb.bmp"));  // the save reports true...
-    EXPECT_TRUE(GreyOf("D:\\rgb.bmp").empty());  // ...but no pixels were written
+    EXPECT_TRUE(grabsys_test::BmpPixels("D:\\rgb.bmp").empty());  // ...but no pixels were written
 }
 
 TEST(ImgKinds, MaskSavesAs0And255AndLoadsAtThreshold128) {
@@ -66,7 +55,7 @@ TEST(ImgKinds, MaskSavesAs0And255AndLoadsAtThreshold128) {
     const unsigned char bits[3] = {0, 1, 7};
     std::memcpy(mask.GetImg(), bits, 3);
     ASSERT_TRUE(mask.SaveBmp("D:\\mask.bmp"));
-    EXPECT_EQ(GreyOf("D:\\mask.bmp"), (std::vector<unsigned char>{0, 255, 255}));
+    EXPECT_EQ(grabsys_test::BmpPixels("D:\\mask.bmp"), (std::vector<unsigned char>{0, 255, 255}));
 
     unsigned char grey[4] = {0, 127, 128, 255};
     ASSERT_TRUE(DrasselSpace::ImageIOToolP::SaveBMP("D:\\grey.bmp", grey, 4, 1, DrasselSpace::ePixelFormatGray8));
@@ -81,7 +70,7 @@ TEST(ImgKinds, MaskSavesAs0And255AndLoadsAtThreshold128) {
     FILE* f = std::fopen(dir.File("D/deep.bmp").c_str(), "rb");
     EXPECT_TRUE(CImgInfo::HasCImgInfo(f));
     std::fclose(f);
-    EXPECT_TRUE(GreyOf("D:\\deep.bmp").empty());
+    EXPECT_TRUE(grabsys_test::BmpPixels("D:\\deep.bmp").empty());
 }
 
 TEST(ImgKinds, FloatAndDoubleRawFilesKeepTheirLayout) {

@@ -1,5 +1,7 @@
 #include "test_support.h"
 
+#include "grabsystem/platform/toolkit/image_io_tool.h"
+
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -65,6 +67,26 @@ TempDir::~TempDir() {
 std::vector<unsigned char> ReadAll(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::set<std::string> Tree(const std::string& root) {
+    namespace fs = std::filesystem;
+    std::set<std::string> files;
+    std::error_code ec;
+    if (!fs::exists(root, ec)) return files;
+    for (const auto& e : fs::recursive_directory_iterator(root, ec))
+        if (e.is_regular_file()) files.insert(fs::relative(e.path(), root).generic_string());
+    return files;
+}
+
+std::vector<unsigned char> BmpPixels(const std::string& path) {
+    unsigned char* p = nullptr;
+    unsigned w = 0, h = 0;
+    DrasselSpace::ePixelFormatP f{};
+    if (!DrasselSpace::ImageIOToolP::LoadBMP(path.c_str(), p, w, h, f)) return {};
+    std::vector<unsigned char> v(p, p + size_t{w} * h * f);
+    delete[] p;
+    return v;
 }
 
 void WriteAll(const std::string& path, const std::vector<unsigned char>& bytes) {

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -59,6 +60,11 @@ private:
 };
 
 std::vector<unsigned char> ReadAll(const std::string& path);
+// Every file below `root`, as relative paths with "/"; empty when missing.
+std::set<std::string> Tree(const std::string& root);
+// The pixel bytes of a BMP (any path the library accepts); empty when it
+// cannot be read.
+std::vector<unsigned char> BmpPixels(const std::string& path);
 void WriteAll(const std::string& path, const std::vector<unsigned char>& bytes);
 
 // printf-style formatting for expected log texts.

@@ -1,0 +1,17 @@
+// BMP decoding, from memory and through the image kinds that read BMPs.
+#include "fuzz_common.h"
+#include "grabsystem/image/img_kinds.h"
+#include "grabsystem/platform/toolkit/image_io_tool.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    unsigned char* pixels = nullptr;
+    unsigned w = 0, h = 0;
+    DrasselSpace::ePixelFormatP format{};
+    if (DrasselSpace::ImageIOToolP::DecodeBMP(data, size, pixels, w, h, format)) delete[] pixels;
+    const std::string path = grabsys_fuzz::WriteInput("in.bmp", data, size);
+    GrabSystem::CImg8P img;
+    img.LoadFile(path.c_str());
+    GrabSystem::CImgMaskP mask;
+    mask.LoadFile(path.c_str());
+    return 0;
+}

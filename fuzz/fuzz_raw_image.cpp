@@ -1,0 +1,14 @@
+// Raw image files, loaded through the extension and the info block.
+#include "fuzz_common.h"
+#include "grabsystem/image/img_kinds.h"
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string path = grabsys_fuzz::WriteInput("in.raw", data, size);
+    GrabSystem::CImg8P img8;
+    img8.LoadFile(path.c_str());
+    GrabSystem::CImg16P img16;
+    img16.LoadFile(path.c_str());
+    GrabSystem::CImgMaskP mask;
+    mask.LoadFile(path.c_str());
+    return 0;
+}
