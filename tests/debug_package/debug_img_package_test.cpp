@@ -13,6 +13,7 @@
 #include "test_support.h"
 
 using namespace GrabSystem;
+using grabsys_test::FrameBytes;
 using grabsys_test::ReadAll;
 using grabsys_test::TempDir;
 using grabsys_test::Tree;
@@ -20,12 +21,6 @@ using grabsys_test::WriteAll;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::vector<unsigned char> FrameBytes(uint32_t w, uint32_t h, int seed) {
-    std::vector<unsigned char> f(size_t{w} * h);
-    for (size_t i = 0; i < f.size(); ++i) f[i] = static_cast<unsigned char>(i * 3 + seed * 17);
-    return f;
-}
 
 CDebugImgPackageInfoP ImgRun(uint32_t w, uint32_t h, uint32_t frames, uint32_t cam, uint32_t group) {
     CDebugImgPackageInfoP info;

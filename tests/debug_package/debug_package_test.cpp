@@ -17,6 +17,7 @@
 #include "test_support.h"
 
 using namespace GrabSystem;
+using grabsys_test::FrameBytes;
 using grabsys_test::ReadAll;
 using grabsys_test::TempDir;
 using grabsys_test::Tree;
@@ -24,12 +25,6 @@ using grabsys_test::WriteAll;
 namespace fs = std::filesystem;
 
 namespace {
-
-std::vector<unsigned char> FrameBytes(uint32_t w, uint32_t h, int seed) {
-    std::vector<unsigned char> f(size_t{w} * h);
-    for (size_t i = 0; i < f.size(); ++i) f[i] = static_cast<unsigned char>((i / 5) * 7 + seed);
-    return f;
-}
 
 std::vector<unsigned char> Lz4(const std::vector<unsigned char>& data) {
     std::vector<unsigned char> out(static_cast<size_t>(DrasselSpace::CLZ4CompressorP::GetCompressBound(static_cast<int>(data.size()))));

@@ -69,6 +69,12 @@ std::vector<unsigned char> ReadAll(const std::string& path) {
     return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
 }
 
+std::vector<unsigned char> FrameBytes(uint32_t w, uint32_t h, int seed) {
+    std::vector<unsigned char> f(size_t{w} * h);
+    for (size_t i = 0; i < f.size(); ++i) f[i] = static_cast<unsigned char>((i / 5) * 7 + static_cast<size_t>(seed) * 17);
+    return f;
+}
+
 std::set<std::string> Tree(const std::string& root) {
     namespace fs = std::filesystem;
     std::set<std::string> files;

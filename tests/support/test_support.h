@@ -46,6 +46,9 @@ private:
     static std::atomic<uint32_t> s_now;
 };
 
+// w x h bytes of a pattern that differs per seed and compresses a little.
+std::vector<unsigned char> FrameBytes(uint32_t w, uint32_t h, int seed);
+
 // A fresh directory that is also the drive root, removed afterwards.
 class TempDir {
 public:
