@@ -92,6 +92,7 @@ int main(int argc, char** argv) {
     // ---- arm
     CLI::App* armCmd = app.add_subcommand("arm", "Per-view .armraw files of an arm capture");
     armCmd->require_subcommand(1);
+    armCmd->footer("Examples:\n  grabsys arm list /data/scan01/armraw\n  grabsys arm extract /data/scan01/armraw -o /data/bmp --jobs 2");
     std::vector<std::string> armDirs;
     CLI::App* armList = armCmd->add_subcommand("list", "List the views of up to three folders of .armraw files");
     armList->add_option("DIR", armDirs, "Folders of .armraw files")->required()->expected(1, 3);
@@ -109,6 +110,7 @@ int main(int argc, char** argv) {
     // ---- package
     CLI::App* packageCmd = app.add_subcommand("package", "Debug packages: bundles of frames with an encrypted data area");
     packageCmd->require_subcommand(1);
+    packageCmd->footer("Examples:\n  grabsys package create --from frames/ -o cam0.dbg --camera 0\n  grabsys package export cam0.dbg --root /tmp/replay");
     std::vector<std::string> packageFiles;
     std::string root = ".";
     CLI::App* packageExport = packageCmd->add_subcommand("export", "Export packages into the D://ImgTest//CamImgInput tree");
