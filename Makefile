@@ -7,7 +7,8 @@
 #   make tsan      tests under ThreadSanitizer
 #   make tsa       clang build with lock annotations checked (-Wthread-safety)
 #   make fuzz      every fuzz target for FUZZ_SECONDS (default 60) each
-#   make windows   cross-build the 64-bit Windows DLL with mingw-w64
+#   make windows   cross-build the Windows DLL, grabsys.exe and the tests (mingw-w64)
+#   make test-windows  run that test suite under wine64, D: mapped to a temp folder
 #   make install   install into PREFIX (default /usr/local)
 
 SHELL := /bin/bash
@@ -15,7 +16,8 @@ PREFIX ?= /usr/local
 
 DEPS := cmake ninja-build g++ make pkg-config python3 python3-pil python3-lz4 liblz4-dev libgcrypt20-dev openssl libgtest-dev libbenchmark-dev libcli11-dev
 DEPS_TSA := clang
-DEPS_WINDOWS := g++-mingw-w64-x86-64-posix libgcrypt-mingw-w64-dev
+DEPS_WINDOWS := g++-mingw-w64-x86-64-posix libgcrypt-mingw-w64-dev binutils-mingw-w64-x86-64 dpkg-dev
+DEPS_WINE := wine64
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
 
 # Installs only the packages of $(1) that are missing.
@@ -34,7 +36,7 @@ define preset
 	cmake --build --preset $(1)
 endef
 
-.PHONY: deps build test run bench asan tsan tsa fuzz windows install clean
+.PHONY: deps build test run bench asan tsan tsa fuzz windows test-windows install clean
 
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS := raw_image bmp img_info ffc_table value_raw arm_view image_package general_package exporter lz4
@@ -91,7 +93,12 @@ windows: deps
 	$(call install_missing,$(DEPS_WINDOWS))
 	cmake/windows-deps.sh
 	$(call preset,windows)
-	@ls -l build/windows/grabsystem/*.dll
+	@ls -l build/windows/bin/*.dll build/windows/bin/grabsys.exe
+
+test-windows: windows
+	$(call install_missing,$(DEPS_WINE))
+	@echo "== test: preset windows, under wine64"
+	cmake/test-windows.sh
 
 install: build
 	cmake --install build/dev --prefix $(PREFIX)

@@ -41,6 +41,9 @@ std::string Scratch() {
     return dir;
 }
 
+// M_PI is not standard C++ and mingw hides it.
+constexpr double kPi = 3.14159265358979323846;
+
 // A sinusoid over an elliptic object, dark around it, two bits of noise.
 std::unique_ptr<CImg8P> Fringe(double period, double phase, uint32_t seed) {
     auto img = std::make_unique<CImg8P>();
@@ -50,7 +53,7 @@ std::unique_ptr<CImg8P> Fringe(double period, double phase, uint32_t seed) {
         for (uint32_t x = 0; x < kW; ++x) {
             const double dx = (x - kW / 2.0) / (kW * 0.35), dy = (y - kH / 2.0) / (kH * 0.4);
             noise = noise * 1664525u + 1013904223u;
-            const double v = dx * dx + dy * dy < 1.0 ? 120 + 90 * std::cos(2 * M_PI * x / period + phase) : 8;
+            const double v = dx * dx + dy * dy < 1.0 ? 120 + 90 * std::cos(2 * kPi * x / period + phase) : 8;
             img->GetImg()[size_t{y} * kW + x] = static_cast<unsigned char>(v + (noise >> 30));
         }
     return img;
@@ -62,7 +65,7 @@ struct ViewFrames {
     ViewFrames() {
         for (int i = 0; i < kSin + kWhite; ++i) {
             const int group = (i % (kDimB * kDimC)) / kDimC, step = i % kDimC;
-            owned.push_back(i < kSin ? Fringe(16.0 * (1 + group), 2 * M_PI * step / kDimC, i) : Fringe(1e9, 0, i));
+            owned.push_back(i < kSin ? Fringe(16.0 * (1 + group), 2 * kPi * step / kDimC, i) : Fringe(1e9, 0, i));
             (i < kSin ? sin : white).push_back(owned.back().get());
         }
     }

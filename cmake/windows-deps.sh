@@ -1,11 +1,19 @@
 #!/usr/bin/env bash
 # Builds the Windows (mingw-w64) dependencies that Debian ships only as
 # sources: LZ4 from Debian's own source package of lz4 (a deb-src entry for
-# the same archive is added when missing). Output: build/windows-deps/
-# {include,lib}. Nothing is downloaded from anywhere but Debian's archive.
+# the same archive is added when missing). CLI11, header-only, is copied from
+# libcli11-dev so the cross compiler need not see the host's /usr/include.
+# GoogleTest is built by CMake from /usr/src/googletest (libgtest-dev).
+# Output: build/windows-deps/{include,lib}. Nothing is downloaded from
+# anywhere but Debian's archive.
 set -euo pipefail
 root="$(cd "$(dirname "$0")/.." && pwd)"
 out="$root/build/windows-deps"
+mkdir -p "$out/include"
+if [ ! -d "$out/include/CLI" ]; then
+  [ -f /usr/include/CLI/CLI.hpp ] || { echo "CLI11 headers missing: install libcli11-dev" >&2; exit 1; }
+  cp -r /usr/include/CLI "$out/include/"
+fi
 [ -f "$out/lib/liblz4.a" ] && { echo "== windows deps present: $out"; exit 0; }
 
 SUDO=""; [ "$(id -u)" = 0 ] || SUDO=sudo

@@ -79,6 +79,12 @@ bool IImgP::_LoadCoreRaw01(FILE* file) {
         m_info->size.Set(size.GetWidth(), size.GetHeight(), size.GetChannels());
         return false;
     }
+    // The kind sizes the buffer by its own depth, not the file's. Every
+    // sample takes at least one bit in the file, so a geometry the rest of
+    // the file cannot hold (say, 0 bits per channel) is refused before it
+    // can ask for gigabytes.
+    const uint64_t samples = uint64_t{size.GetWidth()} * size.GetHeight() * size.GetChannels();
+    if (samples > static_cast<uint64_t>(total - here) * 8) return false;
     if (!SetSize(size.GetWidth(), size.GetHeight(), size.GetChannels(), false)) return false;
     // The kind's depth sized the buffer; a file of a deeper kind does not fit.
     if (bytes > GetMemSize()) return false;

@@ -85,7 +85,9 @@ TEST(ImgFile, LoadPicksTheFormatByBlockThenByExtension) {
 
     // Without a block the extension decides, in any case.
     ASSERT_TRUE(DrasselSpace::ImageIOToolP::SaveBMP("D:\\IMG.Bmp", img->GetImg(), 6, 4, DrasselSpace::ePixelFormatGray8));
+#ifndef _WIN32  // Windows names ignore case: img.bmp already is IMG.Bmp.
     std::filesystem::copy_file(dir.File("D/IMG.Bmp"), dir.File("D/img.bmp"));
+#endif
     std::filesystem::copy_file(dir.File("D/IMG.Bmp"), dir.File("D/img.bm"));
     std::filesystem::copy_file(dir.File("D/IMG.Bmp"), dir.File("D/img"));
     std::filesystem::copy_file(dir.File("D/IMG.Bmp"), dir.File("D/img.jpeg"));
@@ -182,6 +184,13 @@ TEST(ImgFile, DamagedRawFilesGiveFalse) {
     deep->SaveFile("D:\\deep.raw", eImgFmtRaw);
     CImg8P shallow;
     EXPECT_FALSE(shallow.LoadFile("D:\\deep.raw"));
+
+    // A geometry with 0 bits per channel needs no bytes in the file, but a
+    // 16-bit image would size 3 GB for it: refused before allocating.
+    WriteAll(dir.File("D/zero.raw"), ReadAll(GRABSYS_TEST_SOURCE_DIR "/../fuzz/regressions/raw_image/zero-bit-channels-claim-3gb"));
+    CImg16P greedy;
+    EXPECT_FALSE(greedy.LoadFile("D:\\zero.raw"));
+    EXPECT_EQ(greedy.GetMemSize(), 0u);
 
     // Every truncation of the whole file, block included, is answered.
     for (size_t n = 0; n < good.size(); n += 3) {

@@ -144,7 +144,7 @@ TEST_F(ChunkPool, LogsMemoryOperations) {
     ASSERT_EQ(texts.size(), 5u);
     EXPECT_EQ(texts[0], "4>Asn Mem 3.00 MB done");
     EXPECT_EQ(texts[1], "4>Asn Mem 3.00 MB fail");
-    EXPECT_EQ(texts[2].rfind("4>Newing 0x", 0), 0u);
+    EXPECT_EQ(texts[2].rfind("4>Newing ", 0), 0u);
     EXPECT_EQ(texts[3], "4>Assign 1.50 KB");
     EXPECT_EQ(texts[4], "4>Add     1/    1 Node");
     p.DeleteAll();

@@ -130,7 +130,7 @@ TEST_F(PoolCtrl, LogsEveryStepWithTagsAndPoolId) {
     for (const auto& line : lines) got.emplace_back(line.tag, line.text);
     ASSERT_EQ(got.size(), 9u);
     EXPECT_EQ(got[0].first, 2);
-    EXPECT_EQ(got[0].second.rfind("7>Newing 0x", 0), 0u);
+    EXPECT_EQ(got[0].second.rfind("7>Newing ", 0), 0u);
     EXPECT_EQ(got[1].first, 2);
     EXPECT_EQ(got[2], std::make_pair(1, std::string("7>Add     2/    2 Node")));
     EXPECT_EQ(got[3], std::make_pair(2, "7>Pushing " + addr));
@@ -174,7 +174,7 @@ TEST_F(PoolCtrl, ReleaseAllAndDeleteAllKeepOrderAndCounts) {
     const auto texts = log.Texts();
     int done = 0;
     for (const auto& text : texts)
-        if (text.find(" done") != std::string::npos && text.rfind("7>Del 0x", 0) == 0) ++done;
+        if (text.find(" done") != std::string::npos && text.rfind("7>Del ", 0) == 0) ++done;
     EXPECT_EQ(done, 4);
     EXPECT_EQ(texts.back(), "7>Del All     4/    4 Node");
 }

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -49,7 +50,37 @@ void FakeClock::Advance(uint32_t ms) { s_now += ms; }
 
 uint32_t FakeClock::Now() { return s_now.load(); }
 
+namespace {
+
+#ifdef _WIN32
+// Empties the scratch drive, but only when the runner said D: is one.
+void ClearScratchDrive() {
+    const char* drive = std::getenv("GRABSYS_SCRATCH_DRIVE");
+    if (drive == nullptr || std::string(drive) != "D") return;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("D:/", ec)) std::filesystem::remove_all(entry.path(), ec);
+}
+#else
+void ClearScratchDrive() {}
+#endif
+
+bool IsDrivePath(const std::string& name) {
+    return name.size() >= 2 && name[0] >= 'A' && name[0] <= 'Z' && name[1] == '/';
+}
+
+}  // namespace
+
+std::string TempDir::File(const std::string& name) const {
+#ifdef _WIN32
+    if (IsDrivePath(name)) return name.substr(0, 1) + ":" + name.substr(1);
+#else
+    (void)IsDrivePath;
+#endif
+    return m_path + "/" + name;
+}
+
 TempDir::TempDir() {
+    ClearScratchDrive();
     static std::atomic<int> counter{0};
     std::random_device random;
     const auto base = std::filesystem::temp_directory_path();
@@ -62,6 +93,7 @@ TempDir::~TempDir() {
     GrabSystem::platform::SetDriveRoot("");
     std::error_code ec;
     std::filesystem::remove_all(m_path, ec);
+    ClearScratchDrive();
 }
 
 std::vector<unsigned char> ReadAll(const std::string& path) {

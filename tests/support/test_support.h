@@ -11,6 +11,17 @@
 #include "grabsystem/platform/logger/logger.h"
 #include "grabsystem/platform/os/os.h"
 
+// Some checks read our files with programs of the Linux host (Python with
+// Pillow or lz4, openssl). A Windows build of the tests cannot start them
+// (under Wine a Windows process runs Windows programs only), so there the
+// check is skipped, naming the tool; the Linux build runs it.
+#ifdef _WIN32
+#define GRABSYS_SKIP_ON_WINDOWS(tool) \
+    GTEST_SKIP() << "needs " tool ", a host program a Windows process cannot start; checked by the Linux build"
+#else
+#define GRABSYS_SKIP_ON_WINDOWS(tool) static_cast<void>(0)
+#endif
+
 namespace grabsys_test {
 
 struct LogLine {
@@ -50,13 +61,19 @@ private:
 std::vector<unsigned char> FrameBytes(uint32_t w, uint32_t h, int seed);
 
 // A fresh directory that is also the drive root, removed afterwards.
+//
+// On Windows the library's drive paths are real: "D:/..." is drive D:. There
+// the tests expect D: to be a scratch drive (make test-windows maps it to a
+// temporary folder and sets GRABSYS_SCRATCH_DRIVE=D); it is emptied before
+// and after every test.
 class TempDir {
 public:
     TempDir();
     ~TempDir();
     const std::string& Path() const { return m_path; }
-    // Path of a file inside the directory.
-    std::string File(const std::string& name) const { return m_path + "/" + name; }
+    // Path of a file inside the directory; "D/x" names x on drive D: as the
+    // library sees it (<dir>/D/x on POSIX, D:/x on Windows).
+    std::string File(const std::string& name) const;
 
 private:
     std::string m_path;

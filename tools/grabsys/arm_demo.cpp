@@ -18,6 +18,9 @@ using namespace GrabSystem;
 
 double Seconds(Clock::time_point since) { return std::chrono::duration<double>(Clock::now() - since).count(); }
 
+// M_PI is not standard C++ and mingw hides it.
+constexpr double kPi = 3.14159265358979323846;
+
 // A fringe frame as a projector-and-camera pair sees it: a sinusoid of the
 // given period and phase over an object in the middle, a dark background
 // around it, a little sensor noise.
@@ -32,7 +35,7 @@ std::unique_ptr<CImg8P> FringeFrame(uint32_t w, uint32_t h, double period, doubl
             const bool object = dx * dx + dy * dy < 1.0;
             noise = noise * 1664525u + 1013904223u;
             const int jitter = static_cast<int>(noise >> 30);  // 0..3
-            const double v = object ? 120 + 90 * std::cos(2 * M_PI * x / period + phase) : 8;
+            const double v = object ? 120 + 90 * std::cos(2 * kPi * x / period + phase) : 8;
             px[size_t{y} * w + x] = static_cast<unsigned char>(v + jitter);
         }
     }
@@ -55,7 +58,7 @@ Capture CaptureView(const ArmDemoOptions& o, uint32_t view) {
         for (int i = 0; i < perCamera; ++i) {
             const int group = i / o.sinDimC, step = i % o.sinDimC;
             const double period = 16.0 * (1 + group);  // each group a coarser pattern
-            c.sin.push_back(FringeFrame(o.width, o.height, period, 2 * M_PI * step / o.sinDimC, view * 977 + cam * 131 + i));
+            c.sin.push_back(FringeFrame(o.width, o.height, period, 2 * kPi * step / o.sinDimC, view * 977 + cam * 131 + i));
         }
     }
     for (uint32_t cam = 0; cam < o.cameras; ++cam) c.white.push_back(WhiteFrame(o.width, o.height, view * 7 + cam));
