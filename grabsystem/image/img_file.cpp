@@ -30,8 +30,12 @@ struct FileCloser {
 }  // namespace
 
 bool IImgP::_SaveRaw(const char* path) {
-    FileCloser f{platform::OpenFile(path, "wb")};
-    return f.file != nullptr && _SaveRaw(f.file);
+    FILE* file = platform::OpenFile(path, "wb");
+    if (file == nullptr) return false;
+    const bool written = _SaveRaw(file);
+    if (std::fclose(file) == 0 && written) return true;
+    platform::DiscardFile(path);
+    return false;
 }
 
 bool IImgP::_LoadRaw(const char* path) {
@@ -112,8 +116,17 @@ bool IImgP::SaveFile(const char* path, eImgFileFormat fmt) {
         default:
             break;
     }
-    FileCloser f{platform::OpenFile(path, "ab")};
-    if (f.file != nullptr) GetInfo().Append(f.file, fmt);
+    // The block goes behind whatever the pixel step left. When it cannot be
+    // written whole, the file goes back to what it held before, so that no
+    // reader meets half a block (a file the append created goes entirely).
+    FILE* file = platform::OpenFile(path, "ab");
+    if (file == nullptr) return true;
+    const int64_t before = platform::FileSize(file);
+    const bool appended = GetInfo().Append(file, fmt);
+    if (std::fclose(file) != 0 || !appended) {
+        if (before == 0) platform::DiscardFile(path);
+        if (before > 0) platform::TruncateFile(path, static_cast<uint64_t>(before));
+    }
     return true;
 }
 

@@ -1,7 +1,9 @@
 #include "grabsystem/platform/os/os.h"
 
 #include <atomic>
+#include <filesystem>
 #include <mutex>
+#include <system_error>
 
 namespace GrabSystem {
 namespace platform {
@@ -32,6 +34,28 @@ std::string GetDriveRoot() {
 FILE* OpenFile(const std::string& path, const char* mode) {
     if (path.empty() || mode == nullptr) return nullptr;
     return std::fopen(TranslatePath(path).c_str(), mode);
+}
+
+namespace {
+// The translated path when it names a regular file itself (not a link).
+bool IsPlainFile(const std::filesystem::path& path) {
+    std::error_code ec;
+    return std::filesystem::is_regular_file(std::filesystem::symlink_status(path, ec));
+}
+}  // namespace
+
+bool DiscardFile(const std::string& path) {
+    const std::filesystem::path p(TranslatePath(path));
+    std::error_code ec;
+    return !path.empty() && IsPlainFile(p) && std::filesystem::remove(p, ec);
+}
+
+bool TruncateFile(const std::string& path, uint64_t size) {
+    const std::filesystem::path p(TranslatePath(path));
+    std::error_code ec;
+    if (path.empty() || !IsPlainFile(p)) return false;
+    std::filesystem::resize_file(p, size, ec);
+    return !ec;
 }
 
 int64_t FileSize(FILE* file) {

@@ -111,6 +111,14 @@ GRABSYSTEM_EXPORT std::string GetDriveRoot();
 // fopen of the translated path; null when the file cannot be opened.
 GRABSYSTEM_EXPORT FILE* OpenFile(const std::string& path, const char* mode);
 
+// Undo a write that failed, so that no reader meets half a file. Discard
+// removes the file; TruncateFile cuts it back to `size` bytes (what it held
+// before an append). Only regular files are touched: a device such as
+// /dev/full, or a link and what it points to, stays as it is. False when
+// there was nothing to undo.
+GRABSYSTEM_EXPORT bool DiscardFile(const std::string& path);
+GRABSYSTEM_EXPORT bool TruncateFile(const std::string& path, uint64_t size);
+
 // 64-bit seek and tell (plain fseek/ftell are 32-bit on Windows).
 GRABSYSTEM_EXPORT bool FileSeek(FILE* file, int64_t offset, int whence);
 GRABSYSTEM_EXPORT int64_t FileTell(FILE* file);

@@ -49,6 +49,7 @@ bool BinaryWriter::Open(const char* path) {
     Close();
     m_failed = false;
     m_file = path == nullptr ? nullptr : OpenFile(path, "wb");
+    m_path = m_file != nullptr ? path : "";
     return m_file != nullptr;
 }
 
@@ -56,7 +57,11 @@ bool BinaryWriter::Close() {
     if (m_file == nullptr) return false;
     const bool closed = std::fclose(m_file) == 0;
     m_file = nullptr;
-    return closed && !m_failed;
+    if (closed && !m_failed) return true;
+    // A file that did not get all its bytes is removed rather than left
+    // for a reader to trip over.
+    GrabSystem::platform::DiscardFile(m_path);
+    return false;
 }
 
 bool BinaryWriter::WriteUInt(unsigned int value) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <string>
 
 #include "grabsystem/grabsystem_export.h"
 
@@ -45,7 +46,8 @@ public:
 
     // True when the file was created (truncated) for writing.
     bool Open(const char* path);
-    // True when the data reached the file and it closed cleanly.
+    // True when the data reached the file and it closed cleanly; otherwise
+    // the unfinished file is removed.
     bool Close();
 
     bool WriteUInt(unsigned int value);
@@ -54,5 +56,6 @@ public:
 
 private:
     FILE* m_file = nullptr;
+    std::string m_path;
     bool m_failed = false;
 };

@@ -20,7 +20,9 @@ bool FileToolP::SaveDataToFile(const std::string& path, unsigned char* data, uns
     if (file == nullptr) return false;
     const bool written = size == 0 || std::fwrite(data, 1, static_cast<size_t>(size), file) == size;
     const bool closed = std::fclose(file) == 0;
-    return written && closed;
+    if (written && closed) return true;
+    GrabSystem::platform::DiscardFile(path);
+    return false;
 }
 
 bool FileToolP::LoadDataFromFile(const std::string& path, unsigned char*& data, unsigned long long& size) {

@@ -85,7 +85,9 @@ bool ImageIOToolP::SaveBMP(const char* path, unsigned char* pixels, unsigned wid
             ok = std::fwrite(row.data(), 1, row.size(), file) == row.size();
         }
     }
-    return std::fclose(file) == 0 && ok;
+    if (std::fclose(file) == 0 && ok) return true;
+    GrabSystem::platform::DiscardFile(path);
+    return false;
 }
 
 bool ImageIOToolP::LoadBMP(const char* path, unsigned char*& pixels, unsigned& width, unsigned& height,
