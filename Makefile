@@ -16,6 +16,9 @@ PREFIX ?= /usr/local
 
 DEPS := cmake ninja-build g++ make pkg-config python3 python3-pil python3-lz4 liblz4-dev libgcrypt20-dev openssl libgtest-dev libbenchmark-dev libcli11-dev
 DEPS_TSA := clang
+# libFuzzer's runtime is only recommended by clang, and the installs here
+# skip recommendations.
+DEPS_FUZZ := clang libclang-rt-dev
 DEPS_WINDOWS := g++-mingw-w64-x86-64-posix libgcrypt-mingw-w64-dev binutils-mingw-w64-x86-64 dpkg-dev
 DEPS_WINE := wine64
 SUDO := $(shell [ "$$(id -u)" = 0 ] || echo sudo)
@@ -77,14 +80,14 @@ tsa: deps
 # Each fuzz target for FUZZ_SECONDS on a seed corpus made from files the
 # library writes; findings land in build/fuzz/findings.
 fuzz: build
-	$(call install_missing,$(DEPS_TSA))
+	$(call install_missing,$(DEPS_FUZZ))
 	$(call preset,fuzz)
 	fuzz/make_seeds.sh build/dev/tools/grabsys/grabsys build/fuzz/seeds
 	@mkdir -p build/fuzz/findings
 	@for t in $(FUZZ_TARGETS); do \
 	  echo "== fuzz_$$t for $(FUZZ_SECONDS) s"; \
 	  mkdir -p build/fuzz/corpus/$$t; \
-	  build/fuzz/fuzz/fuzz_$$t build/fuzz/corpus/$$t build/fuzz/seeds/$$t -max_total_time=$(FUZZ_SECONDS) \
+	  build/fuzz/fuzz/fuzz_$$t build/fuzz/corpus/$$t build/fuzz/seeds/$$t -max_total_time=$(FUZZ_SECONDS) -rss_limit_mb=2560 \
 	    -artifact_prefix=build/fuzz/findings/$$t- -print_final_stats=1 2>&1 | grep -E '^(#[0-9]+.*DONE|stat::number_of_executed_units|stat::peak_rss|==[0-9]+==ERROR|SUMMARY)' || true; \
 	done
 	@if ls build/fuzz/findings/* >/dev/null 2>&1; then echo "== findings:"; ls build/fuzz/findings; exit 1; fi
