@@ -96,7 +96,7 @@ windows: deps
 	$(call install_missing,$(DEPS_WINDOWS))
 	cmake/windows-deps.sh
 	$(call preset,windows)
-	@ls -l build/windows/bin/*.dll build/windows/bin/grabsys.exe
+	@ls -l build/windows/bin/grabsystem.dll build/windows/grabsystem/libgrabsystem.dll.a build/windows/bin/grabsys.exe
 
 test-windows: windows
 	$(call install_missing,$(DEPS_WINE))
