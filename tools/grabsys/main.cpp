@@ -115,7 +115,12 @@ int main(int argc, char** argv) {
     std::string root = ".";
     CLI::App* packageExport = packageCmd->add_subcommand("export", "Export packages into the D://ImgTest//CamImgInput tree");
     packageExport->add_option("FILE", packageFiles, "Package files; several go to Cam<c>_<i> folders")->required();
+#ifdef _WIN32
+    // Windows paths are real: the export writes to drive D: itself.
+    packageExport->add_option("--root", root, "Ignored on Windows, where D: is the real drive")->capture_default_str();
+#else
     packageExport->add_option("--root", root, "Folder that stands for the drive root (D: is <root>/D)")->capture_default_str();
+#endif
     packageExport->footer("Example:\n  grabsys package export capture.dbg --root /tmp/replay");
     grabsys::PackageCreateOptions create;
     CLI::App* packageCreate = packageCmd->add_subcommand("create", "Build a package from a folder of 8-bit BMP files");
