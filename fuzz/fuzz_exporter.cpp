@@ -3,10 +3,15 @@
 #include "grabsystem/debug_package/debug_package_exporter.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const uint32_t version = grabsys_fuzz::Word(data, size, 0);
+    const bool imageForm = version == 1 || version == 2;
+    if (imageForm ? grabsys_fuzz::ImagePackageTooLarge(data, size) : grabsys_fuzz::GeneralPackageTooLarge(data, size))
+        return 0;
+    std::filesystem::create_directories(grabsys_fuzz::Scratch() + "/D/vormex");
     const std::string path = grabsys_fuzz::WriteInput("any.dbg", data, size);
     GrabSystem::CDebugPackageExporterP exporter;
     exporter.ExprotPackage({path});
     exporter.ExprotPackage({path, path});
-    grabsys_fuzz::Clean("D");
+    grabsys_fuzz::Clean("D/ImgTest");
     return 0;
 }

@@ -3,6 +3,14 @@
 #include "grabsystem/image/img_kinds.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    using grabsys_fuzz::Word;
+    const uint32_t w = Word(data, size, 4), h = Word(data, size, 8), ch = Word(data, size, 12);
+    // The image sizes itself by the header; the float rendering takes a
+    // byte and a padded float per value of a one-channel image.
+    if (grabsys_fuzz::ImageBytes(w, h, ch, 64) > grabsys_fuzz::kMaxBytes ||
+        grabsys_fuzz::ImageBytes(w, h, ch, 32) > grabsys_fuzz::kMaxBytes ||
+        ((ch & 0xFF) == 1 && uint64_t{w} * h * 5 > grabsys_fuzz::kMaxBytes))
+        return 0;
     const std::string path = grabsys_fuzz::WriteInput("values.fraw", data, size);
     GrabSystem::CImgFloatP f;
     if (f.LoadFromRaw(path)) f.SaveBmp((grabsys_fuzz::Scratch() + "/render.bmp").c_str());

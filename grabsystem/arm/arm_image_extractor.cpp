@@ -1,5 +1,6 @@
 #include "grabsystem/arm/arm_image_extractor.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -19,9 +20,6 @@ namespace {
 constexpr uint32_t kHeaderBytes = COneViewArmImageData::kHeaderBytes;
 constexpr uint32_t kRecordBytes = COneViewArmImageData::kRecordHeaderBytes;
 constexpr int kMaxCameras = 8;
-// LZ4 cannot expand a block by more than this factor; a frame that would
-// need more pixels than its file could hold is a lying header.
-constexpr uint64_t kMaxLz4Ratio = 255;
 
 std::string WithTrailingBackslash(std::string dir) {
     if (dir.empty() || dir.back() != '\\') dir += '\\';
@@ -86,43 +84,39 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
     unsigned long long size = 0;
     if (!FileToolP::LoadDataFromFile(path, raw, size)) return false;
     const std::unique_ptr<unsigned char[]> file(raw);
-    if (size < kHeaderBytes) return false;
 
+    // A file shorter than the header reads the missing bytes as zeros.
     OneViewArmImageDataHeader header;
-    std::memcpy(&header, file.get(), sizeof header);
-    const uint64_t frameCount = uint64_t{header.sinFrameCount} + header.whiteFrameCount;
-    // Every frame needs at least its record header in the file, and no frame
-    // can decode to more than LZ4's largest expansion of the whole file.
-    const uint64_t pixels = uint64_t{header.width} * header.height;
-    if (frameCount > (size - kHeaderBytes) / kRecordBytes) return false;
-    if (frameCount != 0 && (pixels > size * kMaxLz4Ratio || pixels > INT32_MAX)) return false;
+    std::memset(&header, 0, sizeof header);
+    std::memcpy(&header, file.get(), static_cast<size_t>(std::min<uint64_t>(size, sizeof header)));
+    const uint32_t frameCount = header.sinFrameCount + header.whiteFrameCount;  // 32-bit, wraps
 
     std::vector<std::unique_ptr<IImgP>> owned;
     std::vector<IImgP*> frames;
     uint64_t at = kHeaderBytes;
-    for (uint64_t f = 0; f < frameCount; ++f) {
-        if (size - at < kRecordBytes) break;
-        const uint32_t n = ReadU32(file.get() + at + 4);
+    for (uint32_t f = 0; f < frameCount; ++f) {
         auto* img = new CImg8P;
         owned.emplace_back(img);
         img->GetInfo().size.SetBitPerChannel(8);
         frames.push_back(img);
-        if (!img->SetSize(header.width, header.height, 1, false)) break;
-        // Only the bytes that are in the file are handed to the decoder.
-        const uint64_t available = size - at - kRecordBytes;
-        const int length = static_cast<int>(n < available ? n : available);
-        const int decoded = DrasselSpace::CLZ4DecompressorP::DecompressRaw(
-            file.get() + at + kRecordBytes, length, img->GetImg(), static_cast<int>(img->GetMemSize()));
-        if (static_cast<uint64_t>(decoded) < img->GetMemSize())
-            std::memset(img->GetImg() + decoded, 0, img->GetMemSize() - static_cast<uint64_t>(decoded));
-        const bool last = f + 1 == frameCount;
-        if (decoded == 0 || last) {
-            // A failure of any frame but the last leaves the vector short.
-            if (decoded == 0 && !last) frames.pop_back();
-            break;
+        img->SetSize(header.width, header.height, 1, false);
+        // A record or data missing from the file, or a length beyond what
+        // the decoder takes, decodes to nothing, as a damaged block does.
+        int decoded = 0;
+        if (at <= size && size - at >= kRecordBytes) {
+            const uint32_t n = ReadU32(file.get() + at + 4);
+            const uint64_t available = size - at - kRecordBytes;
+            const int capacity = static_cast<int>(std::min<uint64_t>(img->GetMemSize(), INT32_MAX));
+            if (n <= INT32_MAX && capacity > 0)
+                decoded = DrasselSpace::CLZ4DecompressorP::DecompressRaw(
+                    file.get() + at + kRecordBytes, static_cast<int>(std::min<uint64_t>(n, available)), img->GetImg(),
+                    capacity);
+            at += kRecordBytes + uint64_t{n};
         }
-        at += kRecordBytes + n;
-        if (at > size) break;
+        // A frame that fails leaves the vector one short unless it was the
+        // last: that one is written with whatever its buffer holds.
+        if (decoded == 0 && f + 1 != frameCount) frames.pop_back();
+        if (decoded == 0) break;
     }
     if (frames.size() != frameCount) return false;
     return _Save(frames, param, header);
@@ -134,32 +128,44 @@ bool ArmImageExtractor::_IsPDir(std::string dirPath) const {
     return false;
 }
 
+namespace {
+
+// a x b, saturating: the directory list is never longer than this, and no
+// view has that many frames.
+int64_t ListProduct(int64_t a, int64_t b) {
+    constexpr int64_t kCap = int64_t{1} << 62;
+    return b != 0 && a > kCap / b ? kCap : a * b;
+}
+
+}  // namespace
+
 bool ArmImageExtractor::_Save(std::vector<IImgP*>& frames, ExtractArmImageParam param,
                               OneViewArmImageDataHeader header) {
-    const uint64_t sinCount = header.sinFrameCount;
-    const uint64_t whiteCount = header.whiteFrameCount;
-    if (sinCount + whiteCount != frames.size()) return false;
+    const uint32_t sinCount = header.sinFrameCount;
+    if (static_cast<uint32_t>(sinCount + header.whiteFrameCount) != frames.size()) return false;
     const int64_t cams = header.camCount, dimA = header.sinDimA, dimB = header.sinDimB, dimC = header.sinDimC;
-    if (cams < 0 || cams > kMaxCameras || dimA < 0 || dimB < 0) return false;
-    if (sinCount != 0 && dimC <= 0) return false;
+    // The list names a camera by the table's byte: more than 8 cameras
+    // would read past the table while the list is built.
+    if (cams > kMaxCameras) return false;
+    if (sinCount != 0 && dimC == 0) return false;
 
     uint8_t camTable[kMaxCameras] = {0, 1, 2, 3, 4, 5, 6, 7};
     if (header.version >= 2) std::memcpy(camTable, header.camTable, kMaxCameras);
 
-    // Directory d of the list: the Sin groups camera by camera (P for the
-    // first sinDimB group of each sinDimA pass), then one P per camera for
-    // the white frames. Computed, not built: counts come from the file.
-    const int64_t sinDirs = cams * dimA * dimB;
+    // Directory d of the list: for each camera, sinDimA passes of sinDimB
+    // groups (P for the first group of a pass, Q for the others), then one
+    // P per camera for the white frames. Loops over counts below 1 run zero
+    // times. Computed rather than built, as the counts come from the file.
+    const int64_t groups = ListProduct(std::max<int64_t>(dimA, 0), std::max<int64_t>(dimB, 0));
+    const int64_t sinDirs = ListProduct(std::max<int64_t>(cams, 0), groups);
     auto directory = [&](int64_t d, std::string& out) {
-        int64_t camera;
-        bool p;
+        int64_t camera = d - sinDirs;
+        bool p = true;
         if (d < sinDirs) {
-            camera = d / (dimA * dimB);
+            camera = d / groups;
             p = d % dimB == 0;
-        } else {
-            camera = d - sinDirs;
-            p = true;
         }
+        // A frame past the end of the list has no directory.
         if (camera >= cams) return false;
         out = param.outputDir + "Cam" + std::to_string(camTable[camera]) + (p ? "P" : "Q") + "\\" +
               std::to_string(param.viewIdx) + "\\";
@@ -174,16 +180,17 @@ bool ArmImageExtractor::_Save(std::vector<IImgP*>& frames, ExtractArmImageParam 
     int64_t d = 0;
     int64_t k = 0;
     std::string dir;
-    for (uint64_t i = 0; i < sinCount; ++i) {
+    const size_t sinFrames = std::min<size_t>(sinCount, frames.size());
+    for (size_t i = 0; i < sinFrames; ++i) {
         if (!directory(d, dir)) return false;
-        const int number = _IsPDir(dir) ? _FrameNumber(static_cast<int>(k)) : static_cast<int>(k);
+        const int64_t number = _IsPDir(dir) ? _FrameNumber(static_cast<int>(k)) : k;
         if ((param.mode == 1 || param.mode == 3) &&
             !write(frames[i], dir, dir + "img" + std::to_string(number) + ".bmp"))
             return false;
-        k = (k + 1) % dimC;
+        k = (k + 1) % dimC;  // a negative sinDimC counts as its magnitude, as % does
         if (k == 0) ++d;
     }
-    for (uint64_t i = sinCount; i < frames.size(); ++i) {
+    for (size_t i = sinFrames; i < frames.size(); ++i) {
         if (!directory(d, dir)) return false;
         if ((param.mode == 1 || param.mode == 2) && !write(frames[i], dir, dir + "imgW.bmp")) return false;
         ++d;

@@ -8,12 +8,18 @@
 // directory whose path contains Cam0P..Cam7P, frame k is written as
 // img<(k + 4) mod 12>: P directories start their numbering at 4.
 //
-// Every field of a view file is treated as hostile: a file shorter than its
-// header, records that run past the end, counts that disagree with the file,
-// sinDimC of 0, more white frames or cameras than the layout allows: the
-// view fails and nothing reads or writes outside a buffer. A failed
-// decompression of the last frame is the one damage that still passes; that
-// frame is written as far as it decoded, the rest black.
+// Decoding trusts the header's counts and the records' lengths as far as
+// the file's bytes go: bytes a short file lacks (header, record, data) read
+// as nothing, so such a frame fails as a damaged block does. Every frame is
+// sized to the header's width x height (32-bit, up to 4 GiB, not checked
+// against the file). A frame that fails fails the view, except the last
+// one, which is written with whatever its buffer holds (what the decoder
+// wrote before it stopped, and the freshly allocated rest). Writing fails
+// the view when the camera count exceeds 8, a frame runs past the directory
+// list (more white frames than cameras, negative counts), or sinDimC is 0
+// with Sin frames present. Counts below 1 make their directory loops run
+// zero times; a negative sinDimC numbers the frames as its magnitude would.
+// Nothing reads or writes outside a buffer.
 //
 // Threads: the extractor's state is its fixed frame-number table, which is
 // only read, so several views may be extracted on different threads at once

@@ -60,7 +60,6 @@ eAddOneViewImageRlt CArmImageOutputMng::AddOneViewImages(COneViewArmImageData* d
 }
 
 void CArmImageOutputMng::_AddDataToOutputFileQueue(COneViewArmImageData* data) {
-    if (data == nullptr) return;
     CriticalSectionLock lock(m_lock);
     m_queue.emplace_back(data);
 }
@@ -70,10 +69,11 @@ size_t CArmImageOutputMng::GetQueuedCount() {
     return m_queue.size();
 }
 
-COneViewArmImageData* CArmImageOutputMng::_Pop() {
+std::unique_ptr<COneViewArmImageData> CArmImageOutputMng::_Pop(bool& taken) {
     CriticalSectionLock lock(m_lock);
-    if (m_queue.empty()) return nullptr;
-    COneViewArmImageData* data = m_queue.front().release();
+    taken = !m_queue.empty();
+    if (!taken) return nullptr;
+    std::unique_ptr<COneViewArmImageData> data = std::move(m_queue.front());
     m_queue.pop_front();
     return data;
 }
@@ -102,11 +102,13 @@ unsigned long CArmImageOutputMng::_ThreadFunc(void* self) {
     auto* mng = static_cast<CArmImageOutputMng*>(self);
     if (mng->_GetAbortStatus()) return 0;
     do {
-        if (COneViewArmImageData* data = mng->_Pop()) {
+        bool taken = false;
+        // A queued null is an entry like any other, with nothing to write.
+        std::unique_ptr<COneViewArmImageData> data = mng->_Pop(taken);
+        if (taken) {
             mng->_SetBusyStatus(true);
-            data->SaveToFile();
+            if (data) data->SaveToFile();
             mng->_SetBusyStatus(false);
-            delete data;
         } else {
             platform::SleepMs(kIdlePollMs);
         }

@@ -32,7 +32,8 @@ namespace GrabSystem {
 enum eAddOneViewImageRlt : int32_t {
     eAddRltOk = 0,              // compressed, written and destroyed
     eAddRltNoMemory = 1,        // the block could not take the view (or no view); still the caller's
-    eAddRltCompressFailed = 3,  // the view did not fit its block; still the caller's, holding the block
+    eAddRltCompressFailed = 3,  // later frames outgrew the first, so the view did not fit its block;
+                                // still the caller's, holding the block, and SaveToFile writes nothing
 };
 
 class GRABSYSTEM_EXPORT CArmImageOutputMng {
@@ -58,13 +59,16 @@ public:
     // On the calling thread: borrows a free block of at least the view's
     // required size (making one while the pool is below its cap, else
     // waiting in 100 ms steps, without time limit), compresses, writes the
-    // file and destroys the view. The second argument is not used.
+    // file and destroys the view. The second argument is not used. A view
+    // whose frames all have the size of the first frame of their kind always
+    // gives eAddRltOk, whatever its content.
     eAddOneViewImageRlt AddOneViewImages(COneViewArmImageData* data, int unused = 0);
 
     // Returns once the queue is empty and the worker is not writing.
     void WaitAllTaskDone();
 
-    // Queues a view for the worker, which takes ownership. Thread-safe.
+    // Queues a view for the worker, which takes ownership. Thread-safe. A
+    // null is queued too: the worker takes it off with nothing to write.
     void _AddDataToOutputFileQueue(COneViewArmImageData* data);
 
     // For tests and progress: blocks in the pool, views queued.
@@ -73,7 +77,9 @@ public:
 
 private:
     static unsigned long _ThreadFunc(void* self);
-    COneViewArmImageData* _Pop();
+    // Takes the front entry off the queue; `taken` says whether there was
+    // one (an entry may be null).
+    std::unique_ptr<COneViewArmImageData> _Pop(bool& taken);
     CArmImageOutputMemory* _GetAvaliableMemory(uint64_t required);
     bool _GetAbortStatus();
     void _SetAbortStatus(bool abort);

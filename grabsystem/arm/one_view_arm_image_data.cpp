@@ -1,6 +1,8 @@
 #include "grabsystem/arm/one_view_arm_image_data.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <memory>
 #include <cstring>
 #include <string>
 
@@ -67,23 +69,23 @@ bool COneViewArmImageData::ResetAvaliableMemory() {
     return true;
 }
 
-int COneViewArmImageData::_CompressData(unsigned char* dst, uint64_t room, const unsigned char* src, int srcSize) {
-    if (room < kRecordHeaderBytes) return 0;
-    const uint64_t dataRoom = room - kRecordHeaderBytes;
-    const int bound = DrasselSpace::CLZ4CompressorP::GetCompressBound(srcSize);
-    const int capacity = dataRoom < static_cast<uint64_t>(bound) ? static_cast<int>(dataRoom) : bound;
-    const int n = DrasselSpace::CLZ4CompressorP::CompressRaw(src, srcSize, dst + kRecordHeaderBytes, capacity, kLz4Level);
-    if (n == 0 && srcSize != 0) return 0;
+unsigned char* COneViewArmImageData::_CompressData(unsigned char* dst, int dstCapacity, unsigned char* src,
+                                                   int srcSize, int& recordSize) {
+    const int n = DrasselSpace::CLZ4CompressorP::CompressRaw(src, srcSize, dst + kRecordHeaderBytes, dstCapacity,
+                                                             kLz4Level);
     std::memset(dst, 0, kRecordHeaderBytes);
     std::memcpy(dst, &kRecordKind, 4);
     std::memcpy(dst + 4, &n, 4);
-    return n + static_cast<int>(kRecordHeaderBytes);
+    recordSize = n + static_cast<int>(kRecordHeaderBytes);
+    return dst + recordSize;
 }
 
 bool COneViewArmImageData::CompressMemoryData() {
+    m_outgrown = false;
     if (m_memory == nullptr || m_memory->GetAddress() == nullptr) return false;
-    const uint64_t blockSize = m_memory->GetAllocatedSize();
-    if (blockSize < kHeaderBytes) return false;
+    // The block's capacity, not its reported size, is what the writes may
+    // fill: it holds the header and LZ4's worst case behind the estimate.
+    const uint64_t capacity = m_memory->GetCapacity();
 
     OneViewArmImageDataHeader header;
     std::memset(&header, 0, sizeof header);
@@ -104,36 +106,59 @@ bool COneViewArmImageData::CompressMemoryData() {
     std::memcpy(block, &header, sizeof header);
 
     uint64_t used = kHeaderBytes;
-    int32_t total = 0;
+    uint32_t total = 0;  // the format's 32-bit running total; it wraps past 2 GiB
     for (const std::vector<IImgP*>* frames : {&m_sinImages, &m_whiteImages}) {
         for (IImgP* img : *frames) {
-            const uint64_t length = img->GetBufferSize();
-            // A geometry larger than its memory, or beyond one LZ4 block,
-            // cannot be a frame of this file.
-            if (length > img->GetMemSize() || length > INT32_MAX ||
-                (length != 0 && DrasselSpace::CLZ4CompressorP::GetCompressBound(static_cast<int>(length)) == 0))
-                return false;
-            const int record = _CompressData(block + used, blockSize - used, img->GetImg(), static_cast<int>(length));
-            if (record == 0) return false;
+            // The length goes to LZ4 as a 32-bit int, as it always has: a
+            // frame it cannot take (negative, or beyond LZ4's limit) gets a
+            // bound of 0 and an empty record.
+            const auto srcSize = static_cast<int>(static_cast<uint32_t>(img->GetBufferSize()));
+            const int bound = DrasselSpace::CLZ4CompressorP::GetCompressBound(srcSize);
+            const bool hasData = srcSize > 0 && bound > 0;
+            const bool makesOutput = srcSize >= 0 && bound > 0;  // even 0 bytes compress to a token
+            // A geometry larger than the image's memory is compressed from a
+            // zero-padded copy rather than read past the memory.
+            std::unique_ptr<unsigned char[]> padded;
+            unsigned char* src = img->GetImg();
+            if (hasData && static_cast<uint64_t>(srcSize) > img->GetMemSize()) {
+                padded.reset(new unsigned char[static_cast<size_t>(srcSize)]());
+                if (img->GetMemSize() != 0) std::memcpy(padded.get(), src, img->GetMemSize());
+                src = padded.get();
+            }
+            // Only a view whose frames outgrow the estimate can run out of
+            // room; LZ4 then stops at the block's end and the view is refused.
+            const uint64_t room = capacity - used;
+            if (room < kRecordHeaderBytes) return _Outgrown();
+            const uint64_t dataRoom = room - kRecordHeaderBytes;
+            const int dstCapacity = static_cast<uint64_t>(bound) <= dataRoom ? bound : static_cast<int>(dataRoom);
+            int record = 0;
+            _CompressData(block + used, dstCapacity, src, srcSize, record);
+            if (makesOutput && record == static_cast<int>(kRecordHeaderBytes)) return _Outgrown();
             used += static_cast<uint64_t>(record);
-            total += record;
+            total += static_cast<uint32_t>(record);
         }
     }
-    m_compressedSize = total;
+    m_compressedSize = static_cast<int32_t>(total);  // sign-extended, as the format's total is signed
     return true;
+}
+
+bool COneViewArmImageData::_Outgrown() {
+    m_outgrown = true;
+    return false;
 }
 
 bool COneViewArmImageData::SaveToFile() {
     _Log("ArmCost--COneViewArmImageData::SaveToFile - 1");
     if (m_path.empty()) return false;
-    // Without a compressed block there is nothing to write: no file at all
-    // rather than an empty one.
-    if (m_memory == nullptr || m_memory->GetAddress() == nullptr) return false;
-    const uint64_t bytes = static_cast<uint32_t>(m_compressedSize + kHeaderBytes);
-    if (bytes > m_memory->GetAllocatedSize()) return false;
+    // A view that did not fit its block has no file to write.
+    if (m_outgrown) return false;
     BinaryWriter writer;
     if (!writer.Open(m_path.c_str())) return false;
-    writer.Write(m_memory->GetAddress(), static_cast<size_t>(bytes));
+    if (m_memory != nullptr && m_memory->GetAddress() != nullptr) {
+        // The count is taken as 32 bits; it never runs past the buffer.
+        const uint64_t bytes = static_cast<uint32_t>(m_compressedSize + kHeaderBytes);
+        writer.Write(m_memory->GetAddress(), static_cast<size_t>(std::min(bytes, m_memory->GetCapacity())));
+    }
     writer.Close();
     _Log("ArmCost--COneViewArmImageData::SaveToFile - 2");
     return true;

@@ -79,22 +79,31 @@ public:
     int GetViewIdx() const { return m_viewIdx; }
     long long GetCompressedSize() const { return m_compressedSize; }
 
-    // Writes the header and one record per frame into the held block. Every
-    // write stays inside the block: false when there is no block, or when
-    // the view does not fit (frames that hardly compress can outgrow the
-    // estimate of GetMemoryRequired); the file is then not to be saved.
+    // Writes the header and one record per frame into the held block; true.
+    // A view whose frames all have the size of the first frame of their kind
+    // always fits the block (see CArmImageOutputMemory), whatever LZ4 makes
+    // of them. Every write stays inside the block: false when there is no
+    // block, or when later frames outgrow the estimate so that a record does
+    // not fit; SaveToFile then writes no file. A frame whose length LZ4
+    // cannot take (2 GiB and beyond) gets an empty record (n = 0), and one
+    // whose geometry exceeds its image's memory is compressed as if the
+    // missing bytes were zeros. The total is the format's signed 32-bit sum.
     bool CompressMemoryData();
 
-    // Writes the header and records to the output path in one write. False
-    // for an empty path, no compressed block, or a file that cannot be
-    // created; the block and the compressed size stay, so the call can be
-    // repeated with another path.
+    // Logs "- 1", then writes the header and records to the output path in
+    // one write (without a block: an empty file) and logs "- 2". False for
+    // an empty path, a view that did not fit its block, or a file that
+    // cannot be created; the block and the compressed size stay, so the
+    // call can be repeated with another path.
     bool SaveToFile();
 
 private:
-    // Writes one record at dst with room for `room` bytes; returns the
-    // record's size, or 0 when it does not fit.
-    static int _CompressData(unsigned char* dst, uint64_t room, const unsigned char* src, int srcSize);
+    // Writes one record at dst (LZ4 data at dst + 64, `dstCapacity` bytes
+    // of room for it, level argument 3); recordSize becomes n + 64. Returns
+    // the place of the next record.
+    static unsigned char* _CompressData(unsigned char* dst, int dstCapacity, unsigned char* src, int srcSize,
+                                        int& recordSize);
+    bool _Outgrown();
     void _Log(const char* stage) const;
 
     std::vector<IImgP*> m_sinImages;
@@ -106,6 +115,7 @@ private:
     int m_sinDimC = 0;
     CArmImageOutputMemory* m_memory = nullptr;
     long long m_compressedSize = 0;
+    bool m_outgrown = false;  // the last compression ran out of block
     std::string m_path;
     int m_viewIdx;
 };

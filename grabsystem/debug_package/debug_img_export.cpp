@@ -1,4 +1,5 @@
 // Export of an image package's frames as a BMP tree.
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -23,21 +24,30 @@ void CDebugImgPackageP::_Export(const std::string& cameraSuffix) {
     for (size_t i = 0; i < PackageInfos.size(); ++i) {
         const CDebugImgPackageInfoP& info = PackageInfos[i];
         const uint32_t frameBytes = info.Width * info.Height;
-        if (frameBytes == 0) continue;  // no pixels: nothing to write, however many frames
         const std::string directory = kExportRoot + std::to_string(info.CamIdx) + cameraSuffix + "//";
         for (uint32_t j = 0; j < info.FrameCount; ++j) {
             const uint32_t number = info.FrameCount * info.GroupIdx + JumpIdx + j;
             const std::string file = directory + "img" + std::to_string(number) + ".bmp";
             if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory))
                 DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory);
-            // The uniform-run rule; a frame it would read from outside the
-            // data area is skipped.
+            // The uniform-run rule, in 32 bits.
             const uint32_t offset = (info.FrameCount * static_cast<uint32_t>(i) + j) * frameBytes;
-            if (uint64_t{offset} + frameBytes > BufferSize) continue;
-            // The image borrows the frame where it lies in the data area
-            // (a caller's buffer, never freed by the image): no copy.
-            img.SetMemSource(eMemSrcAssign, Buffer.get() + offset, frameBytes);
-            img.SetSize(info.Width, info.Height, 1, false);
+            if (frameBytes != 0 && uint64_t{offset} + frameBytes <= BufferSize) {
+                // The image borrows the frame where it lies in the data area
+                // (a caller's buffer, never freed by the image): no copy.
+                img.SetMemSource(eMemSrcAssign, Buffer.get() + offset, frameBytes);
+                img.SetSize(info.Width, info.Height, 1, false);
+            } else {
+                // No pixels, or a frame that runs past the data area (runs
+                // of unequal sizes): a frame of its own, holding the part
+                // that lies inside and zeros for the rest.
+                img.SetMemSource(eMemSrcNew, nullptr, 0);
+                img.SetSize(info.Width, info.Height, 1, false);
+                const uint64_t inside = offset < BufferSize ? std::min<uint64_t>(frameBytes, BufferSize - offset) : 0;
+                const uint64_t held = std::min<uint64_t>(inside, img.GetMemSize());
+                if (held != 0) std::memcpy(img.GetImg(), Buffer.get() + offset, static_cast<size_t>(held));
+                if (img.GetMemSize() > held) std::memset(img.GetImg() + held, 0, img.GetMemSize() - held);
+            }
             img.SaveBmp(file.c_str());
         }
     }

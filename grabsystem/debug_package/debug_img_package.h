@@ -11,8 +11,10 @@
 //
 // Frames are placed by the uniform-run rule, (FrameCount of run i x i +
 // frame) x frame bytes, which is right only when all runs have one size and
-// one frame count; packages are built that way. Reads and writes that the
-// rule would put outside the data area are refused.
+// one frame count; packages are built that way. Runs of unequal sizes can
+// place a frame partly or wholly past the end of the data area: AddData
+// copies it as far as the area reaches, and the export reads the part that
+// lies inside and zeros for the rest.
 //
 // The buffer stays encrypted after a save: a writer saves once and discards
 // the object. Copying is forbidden (the object owns its buffer). Not
@@ -56,12 +58,14 @@ public:
     void AddPackageInfo(CDebugImgPackageInfoP info) { PackageInfos.push_back(info); }
 
     // A zero-filled data area for the current records (32-bit sum of their
-    // bytes); none without records.
+    // bytes, which wraps; up to 4 GiB); none without records.
+    // std::bad_alloc when memory runs out.
     void CreatePackageBuffer();
 
-    // Copies one frame into the data area. False without a buffer or
-    // records, for a record or frame index out of range, or when the frame
-    // would not lie inside the data area.
+    // Copies one frame into the data area, logging "AddData Start" and
+    // "AddData End". False, logging nothing, without a buffer or records,
+    // for a record or frame index out of range, or for null data of a
+    // frame with pixels.
     bool AddData(unsigned int infoIdx, unsigned char* data, unsigned int frameIdx);
 
     // Encrypts the data area in place and writes the file. False without a
@@ -69,16 +73,23 @@ public:
     // then encrypted all the same).
     bool SaveDebugPackage(std::string path);
 
-    // Reads a package file and decrypts its data area. False when the file
-    // cannot be opened, has no records, is shorter than its header and
-    // records, or holds less data than its records promise; except for
-    // Version, nothing is changed then.
+    // Reads a package file and decrypts its data area; the result is the
+    // decryption's. The data area is sized by the records (their 32-bit
+    // sum, which wraps) and zero-filled first: a file shorter than its
+    // records promise loads what it holds, and the missing tail, decrypted
+    // with the rest, reads as the cipher's stream over zeros. A file that
+    // ends inside its header or records reads the missing words as zeros.
+    // False, with only Version changed, when the file cannot be opened,
+    // counts no records, or lacks records worth more than 4 GiB of memory.
     bool LoadDebugPackage(std::string path);
 
     // Writes every frame as a BMP (with its information block) to
     // "D://ImgTest//CamImgInput//Cam<CamIdx>//img<N>.bmp", N = FrameCount x
     // GroupIdx + JumpIdx + frame; the overload adds "_<packageIdx>" to the
-    // camera folder. Failures leave single files missing.
+    // camera folder. Failures leave single files missing. A run whose
+    // frames have no pixels still gets its folder and one SaveBmp per frame,
+    // which leaves whatever file the BMP writer makes of 0 pixels (the
+    // information block alone).
     void ExportDebugImg();
     void ExportDebugImg(unsigned int packageIdx);
 

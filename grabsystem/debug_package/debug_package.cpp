@@ -1,6 +1,8 @@
 #include "grabsystem/debug_package/debug_package.h"
 
+#include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/logger/logger.h"
@@ -18,7 +20,8 @@ namespace {
 
 const char kExportRoot[] = "D://ImgTest//CamImgInput//Cam";
 constexpr uint64_t kRecordBytes = 6 * 4;
-constexpr uint64_t kMaxLz4Ratio = 255;
+// Records that a file lacks read as zeros, up to what 32-bit sizes address.
+constexpr uint64_t kMaxMissingRecordBytes = uint64_t{1} << 32;
 
 void Log(const char* text) { PelvaneSpace::Logger::GetInstance()->Info(PelvaneSpace::Logger::kKindInfo, text); }
 
@@ -56,6 +59,7 @@ void CDebugPackageP::InitialPackageBuffer() {
     // resident memory only where blocks are staged.
     PackageBuffer.reset(static_cast<unsigned char*>(platform::AllocatePages(kStagingBytes)));
     LengthBuffer.reset(static_cast<unsigned char*>(std::calloc(kLengthBufferBytes, 1)));
+    if (!PackageBuffer || !LengthBuffer) throw std::bad_alloc();
     WriteCursor = PackageBuffer.get();
 }
 
@@ -87,16 +91,29 @@ bool CDebugPackageP::AddData(unsigned int, unsigned char* data, unsigned int, in
 }
 
 void CDebugPackageP::AllocateDebugImgBuffer() {
-    FileBuffer.reset(new unsigned char[DataSize == 0 ? 1 : static_cast<size_t>(DataSize)]);
+    const size_t bytes = static_cast<size_t>(DataSize);
+    const size_t room = bytes == 0 ? 1 : bytes;
+    if (PackageBuffer) {
+        FileBuffer.reset(new unsigned char[room]);
+        if (bytes != 0) std::memcpy(FileBuffer.get(), PackageBuffer.get(), bytes);
+    } else {
+        // After a load nothing is staged: the copy starts out zeroed rather
+        // than holding whatever the heap had.
+        FileBuffer.reset(new unsigned char[room]());
+    }
     FileBufferSize = DataSize;
-    if (DataSize != 0 && PackageBuffer) std::memcpy(FileBuffer.get(), PackageBuffer.get(), static_cast<size_t>(DataSize));
+    // A read cursor into the buffer just replaced would point at freed bytes.
+    ReadCursor = nullptr;
 }
 
 bool CDebugPackageP::SaveDebugPackage(std::string path, bool withProjectFile) {
     if (!FileBuffer || PackageInfos.empty()) return false;
     Log("SaveDebugPackage Start");
-    DrasselSpace::FileToolP::EncryptData(FileBuffer.get(), static_cast<size_t>(DataSize),
-                                         reinterpret_cast<const unsigned char*>(Key.data()), Key.size());
+    // Blocks staged after the copy was made are not in the buffer: it is
+    // written as far as it goes.
+    const size_t bytes = static_cast<size_t>(std::min(DataSize, FileBufferSize));
+    DrasselSpace::FileToolP::EncryptData(FileBuffer.get(), bytes, reinterpret_cast<const unsigned char*>(Key.data()),
+                                         Key.size());
     BinaryWriter writer;
     if (!writer.Open(path.c_str())) return false;
     writer.WriteUInt(Version);
@@ -110,58 +127,70 @@ bool CDebugPackageP::SaveDebugPackage(std::string path, bool withProjectFile) {
         writer.WriteUInt(info.GroupIdx);
         writer.WriteUInt(info.CamIdx);
     }
-    writer.Write(FileBuffer.get(), static_cast<size_t>(DataSize));
+    writer.Write(FileBuffer.get(), bytes);
     writer.Close();
     Log("SaveDebugPackage End");
     return true;
+}
+
+uint32_t CDebugPackageP::_FileWord(uint64_t byte) const {
+    unsigned char word[4] = {};
+    for (uint64_t i = 0; i < 4 && byte + i < FileBufferSize; ++i) word[i] = FileBuffer[byte + i];
+    return ReadU32(word);
 }
 
 bool CDebugPackageP::LoadDebugPackage(std::string path) {
     ReadCursor = nullptr;
     InitialPackageBuffer(path);
     if (!FileBuffer || FileBufferSize < 12) return false;
-    const unsigned char* words = FileBuffer.get();
-    Version = ReadU32(words);
-    const uint32_t flag = ReadU32(words + 4);
-    const uint32_t count = ReadU32(words + 8);
+    ReadCursor = FileBuffer.get();
+    Version = _FileWord(0);
+    const uint32_t flag = _FileWord(4);
+    const uint32_t count = _FileWord(8);
     if (count == 0) return false;
+    // Words past the end of the file read as zeros, but a few bytes must
+    // not make the load materialise billions of records.
     const uint64_t headerBytes = (6 * uint64_t{count} + 3) * 4;
-    if (headerBytes > FileBufferSize) return false;
+    if (headerBytes > FileBufferSize && count * kRecordBytes > kMaxMissingRecordBytes) return false;
 
     PackageInfos.clear();
+    PackageInfos.reserve(count);
     for (uint32_t i = 0; i < count; ++i) {
-        const unsigned char* r = words + 12 + i * kRecordBytes;
+        const uint64_t r = 12 + i * kRecordBytes;
         CDebugPackageInfoP info;
-        info.JumpIdx = ReadU32(r);
-        info.Width = ReadU32(r + 4);
-        info.Height = ReadU32(r + 8);
-        info.FrameCount = ReadU32(r + 12);
-        info.GroupIdx = ReadU32(r + 16);
-        info.CamIdx = ReadU32(r + 20);
+        info.JumpIdx = _FileWord(r);
+        info.Width = _FileWord(r + 4);
+        info.Height = _FileWord(r + 8);
+        info.FrameCount = _FileWord(r + 12);
+        info.GroupIdx = _FileWord(r + 16);
+        info.CamIdx = _FileWord(r + 20);
         PackageInfos.push_back(info);
     }
-    ReadCursor = FileBuffer.get() + headerBytes;
-    DataSize -= headerBytes;
+    // The data area is what follows the records (nothing, when the file
+    // ends inside them).
+    const uint64_t dataStart = std::min(headerBytes, FileBufferSize);
+    ReadCursor = FileBuffer.get() + dataStart;
+    DataSize = FileBufferSize - dataStart;
     const bool result = DrasselSpace::FileToolP::EncryptData(ReadCursor, static_cast<size_t>(DataSize),
                                                              reinterpret_cast<const unsigned char*>(Key.data()), Key.size());
     if (flag == 1) {
-        if (DataSize < 4) return false;
-        const uint32_t length = ReadU32(ReadCursor);
-        if (uint64_t{length} > DataSize - 4) return false;
+        // A project block that runs past the data keeps its length: the
+        // bytes that are there, then zeros.
+        const uint64_t at = dataStart;
+        const uint32_t length = _FileWord(at);
         ProjectFileSize = length;
-        ProjectFileBuffer.reset(new unsigned char[length == 0 ? 1 : length]);
-        std::memcpy(ProjectFileBuffer.get(), ReadCursor + 4, length);
+        ProjectFileBuffer.reset(new unsigned char[length == 0 ? 1 : length]());
+        const uint64_t from = std::min(at + 4, FileBufferSize);
+        const uint64_t present = std::min<uint64_t>(length, FileBufferSize - from);
+        if (present != 0) std::memcpy(ProjectFileBuffer.get(), FileBuffer.get() + from, static_cast<size_t>(present));
         ImportProjectFile();
-        ReadCursor += uint64_t{length} + 4;
-        DataSize -= uint64_t{length} + 4;
+        ReadCursor = FileBuffer.get() + std::min(at + 4 + length, FileBufferSize);
     }
     ProjectFileBuffer.reset();
     return result;
 }
 
 bool CDebugPackageP::ImportProjectFile() {
-    if (!ProjectFileBuffer) return false;
-    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\vormex");
     return DrasselSpace::FileToolP::SaveDataToFile(kProjectFilePath, ProjectFileBuffer.get(), ProjectFileSize);
 }
 
@@ -171,22 +200,12 @@ bool CDebugPackageP::ImportDebugImg(unsigned int packageIdx) { return _Import("_
 
 bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
     if (!FileBuffer || ReadCursor == nullptr || PackageInfos.empty()) return false;
-    const unsigned char* const end = ReadCursor + DataSize;
-    // Every frame of a valid package has a block of its own, at least its
-    // length word: records that claim more frames are refused before the
-    // first one, so that no file makes the import loop for ever.
-    uint64_t frames = 0;
-    for (const CDebugPackageInfoP& info : PackageInfos) frames += info.FrameCount;
-    if (frames > DataSize / 4) return false;
+    const uint64_t data = static_cast<uint64_t>(FileBuffer.get() + FileBufferSize - ReadCursor);
     CImg8P img;
     img.GetInfo().size.SetBitPerChannel(8);
     uint64_t offset = 0;
     for (const CDebugPackageInfoP& info : PackageInfos) {
         if (info.FrameCount == 0) continue;
-        // No frame decodes to more than LZ4's largest expansion of the whole
-        // data area: a record that claims more is refused before allocating.
-        const uint64_t pixels = uint64_t{info.Width} * info.Height;
-        if (pixels > INT32_MAX || pixels > DataSize * kMaxLz4Ratio) return false;
         img.SetSize(info.Width, info.Height, 1, false);
         const std::string directory = kExportRoot + std::to_string(info.CamIdx) + cameraSuffix + "//";
         for (uint32_t j = 0; j < info.FrameCount; ++j) {
@@ -195,12 +214,13 @@ bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
             if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory))
                 DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory);
 
-            // Where this frame's bytes are, checked against the data area.
-            uint64_t at = walkBlocks ? offset : 0;
-            if (static_cast<uint64_t>(end - ReadCursor) < at + 4) return false;
+            // Where this frame's bytes are; a block that runs past the data
+            // fails as one that does not decompress.
+            const uint64_t at = walkBlocks ? offset : 0;
+            if (data < at + 4) return false;
             const uint32_t length = ReadU32(ReadCursor + at);
             const uint64_t from = walkBlocks ? at + 4 : 4 + uint64_t{length};
-            if (length > INT32_MAX || static_cast<uint64_t>(end - ReadCursor) < from + length) return false;
+            if (length > INT32_MAX || data < from + length) return false;
             offset += 4 + uint64_t{length};
 
             unsigned char* out = nullptr;
@@ -208,7 +228,9 @@ bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
             if (!DrasselSpace::CLZ4DecompressorP::Decompress(ReadCursor + from, static_cast<int>(length), out, outLength))
                 return false;
             const std::unique_ptr<unsigned char[]> decoded(out);
-            const size_t copy = static_cast<size_t>(outLength) < img.GetMemSize() ? static_cast<size_t>(outLength) : img.GetMemSize();
+            // The decoded length is not compared with the frame's: the image
+            // takes as much as its buffer holds.
+            const size_t copy = std::min(static_cast<size_t>(outLength), img.GetMemSize());
             if (copy != 0) std::memcpy(img.GetImg(), decoded.get(), copy);
             img.SaveBmp(file.c_str());
         }

@@ -11,12 +11,14 @@
 //
 // Writing stages blocks in a 1 GiB buffer of zeroed pages taken from the
 // system, so it costs resident memory only for the bytes staged. Reading
-// loads the whole file and parses it in place; every length is checked
-// against the file before it is used.
+// loads the whole file and parses it in place. Words that the file lacks
+// (a file cut inside its header, records or project block) read as zeros;
+// a frame block that runs past the data fails as one that does not
+// decompress.
 //
-// After a load the project file is written to "D:\vormex\importTmp.fpz"
-// (its folder is created when missing). Copying is forbidden: the object
-// owns its buffers. Not thread-safe.
+// After a load with the flag 1 the project file is written to
+// "D:\vormex\importTmp.fpz", whose folder must exist. Copying is forbidden:
+// the object owns its buffers. Not thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -53,7 +55,7 @@ public:
     void AddPackageInfo(CDebugPackageInfoP info) { PackageInfos.push_back(info); }
 
     // Prepares for writing: releases everything, then takes the staging
-    // buffer.
+    // buffer (std::bad_alloc when the system has no room for it).
     void InitialPackageBuffer();
     // Releases everything, then loads the whole file. True when it holds at
     // least one byte.
@@ -63,15 +65,23 @@ public:
     // arguments are accepted and not used. False without a staging buffer,
     // for a negative length, or when the block would not fit.
     bool AddData(unsigned int, unsigned char* data, unsigned int, int length);
-    // Copies the staged bytes into the buffer that SaveDebugPackage writes.
+    // Copies the staged bytes into the buffer that SaveDebugPackage writes
+    // (zeros when nothing is staged, as after a load). The read cursor of a
+    // load pointed into the buffer it replaces: the frames of that load are
+    // no longer importable.
     void AllocateDebugImgBuffer();
     // Encrypts that buffer in place and writes the file. False without it,
-    // without records, or when the file cannot be created.
+    // without records, or when the file cannot be created. Blocks staged
+    // after the buffer was made are not in it and are not written.
     bool SaveDebugPackage(std::string path, bool withProjectFile);
 
-    // Loads, decrypts and, with a project file, writes it out. False for a
-    // missing file, one shorter than its header and records, no records, a
-    // project block longer than the data, or a failing decryption.
+    // Loads, decrypts and, with the flag 1, writes the project file out
+    // (ProjectFileSize keeps its length, GetProjectFileBuffer() is null
+    // afterwards). The result is the decryption's. DataSize is then the
+    // size of the data area, project block included, and the frames start
+    // behind that block. False, too, for a missing file or one under 12
+    // bytes, no records, or records missing from the file that would take
+    // more than 4 GiB of memory.
     bool LoadDebugPackage(std::string path);
     bool ImportProjectFile();
 
@@ -89,7 +99,8 @@ public:
     void DeleteBuffer();
     unsigned char* GetProjectFileBuffer() { return ProjectFileBuffer.get(); }
     unsigned long long GetProjectFileSize() const { return ProjectFileSize; }
-    // Bytes staged so far (while writing).
+    // Bytes staged so far (while writing); after a load, the size of the
+    // data area.
     unsigned long long GetDataSize() const { return DataSize; }
 
     const std::string Key;
@@ -98,6 +109,9 @@ public:
 
 private:
     bool _Import(const std::string& cameraSuffix, bool walkBlocks);
+    // The little-endian word at `byte` of the loaded file; bytes past its
+    // end read as zeros.
+    uint32_t _FileWord(uint64_t byte) const;
 
     uint64_t DataSize = 0;
     uint64_t ProjectFileSize = 0;

@@ -6,8 +6,10 @@
 // opened) the general package. One file exports into "Cam<c>" folders;
 // several into "Cam<c>_<list position>" folders.
 //
-// The exporter owns its two package objects, made at construction and
-// reused for every call. Copying is forbidden. Not thread-safe.
+// The exporter holds its two package objects, made at construction and
+// reused for every call. Copying an exporter copies the two pointers: the
+// copies share the package objects, and the last one to go releases them.
+// Not thread-safe (nor are copies used from two threads at once).
 #pragma once
 
 #include <memory>
@@ -24,8 +26,8 @@ class GRABSYSTEM_EXPORT CDebugPackageExporterP {
 public:
     CDebugPackageExporterP();
     virtual ~CDebugPackageExporterP();
-    CDebugPackageExporterP(const CDebugPackageExporterP&) = delete;
-    CDebugPackageExporterP& operator=(const CDebugPackageExporterP&) = delete;
+    CDebugPackageExporterP(const CDebugPackageExporterP&) = default;
+    CDebugPackageExporterP& operator=(const CDebugPackageExporterP&) = default;
 
     // False for an empty list or an empty path, and for a failed load; with
     // several files, those exported before a failure stay exported. With
@@ -36,8 +38,8 @@ public:
     // Size of the project file of the last general package loaded.
     unsigned long long GetProjectFileSize() const;
 
-    std::unique_ptr<CDebugPackageP> DebugPackage;
-    std::unique_ptr<CDebugImgPackageP> DebugImgPackage;
+    std::shared_ptr<CDebugPackageP> DebugPackage;
+    std::shared_ptr<CDebugImgPackageP> DebugImgPackage;
 };
 
 }  // namespace GrabSystem

@@ -1,6 +1,7 @@
 #include "grabsystem/image/img.h"
 
 #include <cstring>
+#include <new>
 
 #include "grabsystem/pool/pool_ctrl.h"
 
@@ -85,7 +86,12 @@ bool IImgP::SetSize(uint32_t width, uint32_t height, uint8_t channels, bool flag
     }
     if (replace) {
         if (!ReleaseMemory()) return false;
-        if (!AllocMemory(static_cast<size_t>(required), flag)) return false;
+        if (!AllocMemory(static_cast<size_t>(required), flag)) {
+            // The old buffer is gone: an unchanged geometry would describe
+            // bytes that no longer exist.
+            m_info->size.Set(0, 0, m_info->size.GetChannels());
+            return false;
+        }
     }
     m_info->size.Set(width, height, channels);
     return true;
@@ -94,7 +100,23 @@ bool IImgP::SetSize(uint32_t width, uint32_t height, uint8_t channels, bool flag
 bool IImgP::DuplicateFromImg(IImgP& src) {
     if (&src == this) return true;
     if (m_info && src.m_info) *m_info = *src.m_info;
-    return DuplicateFromChunk(src);
+    DuplicateFromChunk(src);
+    _FitSizeToBuffer();
+    return true;
+}
+
+const unsigned char* IImgP::_PaddedPixels(uint64_t bytes, std::unique_ptr<unsigned char[]>& copy) {
+    if (bytes <= GetMemSize()) return GetImg();
+    copy.reset(new (std::nothrow) unsigned char[static_cast<size_t>(bytes)]());
+    if (copy && GetMemSize() != 0) std::memcpy(copy.get(), GetData(), GetMemSize());
+    return copy.get();
+}
+
+void IImgP::_FitSizeToBuffer() {
+    if (!m_info) return;
+    const eMemMode mode = m_info->memMode;
+    const bool sizesBuffer = mode == VormexDataStructure::eMemModeRealloc || mode == VormexDataStructure::eMemModeGrow;
+    if (sizesBuffer && m_info->size.GetByteSize() > GetMemSize()) m_info->size.Set(0, 0, m_info->size.GetChannels());
 }
 
 bool IImgP::CheckImgChar() const { return m_tag[0] == 'I' && m_tag[1] == 'm' && m_tag[2] == 'G'; }

@@ -17,7 +17,11 @@
 // Raw file layout (little-endian), as _SaveRaw writes it:
 //   u16 version (1) | ImgSize record | pixel bytes (the ImgSize byte size)
 // followed, as after every saved file, by the CImgInfo block (see
-// data_structure.h).
+// data_structure.h). Loading sizes the image to the file's geometry with the
+// kind's own depth, then reads the file's byte size of pixels: a file cut
+// inside its pixels loads false with the geometry set and the pixels read as
+// far as the file goes; bytes that would run past the buffer (a file of a
+// deeper kind) are not read, and the load is false too.
 #pragma once
 
 #include <cstdint>
@@ -72,13 +76,16 @@ public:
     // Sets the geometry, replacing the buffer as the memory mode says: mode 0
     // on any change of the required size, mode 1 only to grow, other modes
     // never (the caller then keeps the buffer large enough). `flag` is passed
-    // to AllocMemory. False without info or when release or allocation
-    // fails (the size is then left unchanged).
+    // to AllocMemory. False without info, or when the release fails (then
+    // nothing changes), or when the allocation fails: the old buffer is gone
+    // then, and the geometry becomes 0 x 0 (channels kept) so that it never
+    // describes bytes the image no longer has.
     bool SetSize(uint32_t width, uint32_t height, uint8_t channels, bool flag);
 
     // Copies the whole info block and the bytes of `src`, reallocating when
-    // the sizes differ. False, copying no bytes, when this image's memory
-    // could not be made as large as `src`'s.
+    // the sizes differ; true. When this image's memory could not be made as
+    // large as `src`'s (a caller's buffer), the copy stops at its end and,
+    // in memory modes 0 and 1, the geometry becomes 0 x 0.
     bool DuplicateFromImg(IImgP& src);
 
     // True for a live image (its tag reads 'I', 'm', 'G').
@@ -128,6 +135,13 @@ protected:
     uint64_t _GetReqMemSize(uint32_t width, uint32_t height, uint8_t bitsPerPixel) const;
     // Zero-fills min(bytes, memory size) bytes.
     void _ZeroFill(uint64_t bytes);
+    // The first `bytes` bytes of the pixels; where the buffer holds fewer
+    // (memory mode 2), a zero-padded copy held by `copy` (null when that
+    // cannot be allocated). Writers use it rather than read past the buffer.
+    const unsigned char* _PaddedPixels(uint64_t bytes, std::unique_ptr<unsigned char[]>& copy);
+    // In memory modes 0 and 1 the geometry never describes more bytes than
+    // the buffer holds: one that does becomes 0 x 0 (channels kept).
+    void _FitSizeToBuffer();
 
     CImgInfo* _Info() const { return m_info.get(); }
 

@@ -63,36 +63,32 @@ bool IImgP::_LoadRawCore(FILE* file) {
 bool IImgP::_SaveCoreRaw01(FILE* file) {
     if (!m_info || !m_info->size.Append(file)) return false;
     const uint64_t bytes = m_info->size.GetByteSize();
-    // A geometry larger than the buffer (memory mode 2) writes nothing
-    // rather than read past the buffer.
-    if (bytes > GetMemSize()) return false;
-    return io::WriteBytes(file, GetData(), static_cast<size_t>(bytes));
+    // A geometry larger than the buffer (memory mode 2) writes the buffer
+    // and zeros for the rest, rather than read past the buffer.
+    const uint64_t held = std::min<uint64_t>(bytes, GetMemSize());
+    if (!io::WriteBytes(file, GetData(), static_cast<size_t>(held))) return false;
+    static const unsigned char kZeros[4096] = {};
+    for (uint64_t left = bytes - held; left != 0;) {
+        const size_t n = static_cast<size_t>(std::min<uint64_t>(left, sizeof kZeros));
+        if (!io::WriteBytes(file, kZeros, n)) return false;
+        left -= n;
+    }
+    return true;
 }
 
 bool IImgP::_LoadCoreRaw01(FILE* file) {
     if (!m_info) return false;
     ImgSize size;
     if (!size.Extract(file)) return false;
-    const uint64_t bytes = size.GetByteSize();
-    const int64_t here = platform::FileTell(file);
-    const int64_t total = platform::FileSize(file);
-    if (here < 0 || total < here) return false;
-    if (bytes > static_cast<uint64_t>(total - here)) {
-        // Truncated (or lying) file: take its geometry, but allocate nothing
-        // for pixels that are not there.
-        m_info->size.Set(size.GetWidth(), size.GetHeight(), size.GetChannels());
-        return false;
-    }
-    // The kind sizes the buffer by its own depth, not the file's. Every
-    // sample takes at least one bit in the file, so a geometry the rest of
-    // the file cannot hold (say, 0 bits per channel) is refused before it
-    // can ask for gigabytes.
-    const uint64_t samples = uint64_t{size.GetWidth()} * size.GetHeight() * size.GetChannels();
-    if (samples > static_cast<uint64_t>(total - here) * 8) return false;
+    // The kind's depth sizes the buffer, not the file's.
     if (!SetSize(size.GetWidth(), size.GetHeight(), size.GetChannels(), false)) return false;
-    // The kind's depth sized the buffer; a file of a deeper kind does not fit.
-    if (bytes > GetMemSize()) return false;
-    return io::ReadBytes(file, GetData(), static_cast<size_t>(bytes));
+    // A file of a deeper kind (or memory mode 2 under a smaller buffer)
+    // brings more bytes than the buffer holds: those past its end are not
+    // read, and the load fails as a short file does.
+    const uint64_t bytes = size.GetByteSize();
+    const size_t fits = static_cast<size_t>(bytes < GetMemSize() ? bytes : GetMemSize());
+    const size_t read = fits == 0 ? 0 : std::fread(GetData(), 1, fits, file);
+    return read == bytes;
 }
 
 bool IImgP::_SaveBmp(const char*) { return false; }
@@ -156,9 +152,12 @@ void IImgP::_RestoreInfo(FILE* file) {
     CImgInfo saved;
     if (!saved.Extract(file, false)) return;
     // A block whose geometry needs more memory than the image holds (it
-    // lies, or the pixels failed to load) keeps the geometry as loaded, so
-    // that no reader of this image runs past its buffer.
-    if (saved.size.GetByteSize() > GetMemSize()) saved.size = m_info->size;
+    // lies, or the pixels failed to load) keeps the geometry as loaded in
+    // memory modes 0 and 1, so that no reader of this image runs past its
+    // buffer; in other modes the caller answers for the buffer.
+    const bool sizesBuffer = saved.memMode == VormexDataStructure::eMemModeRealloc ||
+                             saved.memMode == VormexDataStructure::eMemModeGrow;
+    if (sizesBuffer && saved.size.GetByteSize() > GetMemSize()) saved.size = m_info->size;
     *m_info = saved;
 }
 
@@ -201,6 +200,9 @@ bool IImgP::LoadFile(const char* path) {
         if (f.file != nullptr) _RestoreInfo(f.file);
     }
     if (m_info->procLog.Size() == 0) m_info->procLog.Add(new ImgProcCmd(VormexDataStructure::eProcLoadFile));
+    // A load in memory mode 2 may leave a geometry larger than the buffer;
+    // the reset above puts the image in mode 0, where that may not stand.
+    _FitSizeToBuffer();
     return result;
 }
 

@@ -1,5 +1,6 @@
 #include "grabsystem/image/img_kinds.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <memory>
@@ -23,17 +24,21 @@ using Owned = std::unique_ptr<unsigned char[]>;
 
 uint64_t Values(const IImgP& img) { return uint64_t{img.GetChCnt()} * img.GetHeight() * img.GetWidth(); }
 
-// Decodes a BMP and sizes the image to it, as the kinds that read BMPs do:
-// the geometry follows the decoder's answer (0 x 0 when it failed).
+// Decodes a BMP and sizes the image to it, as the kinds that read BMPs do.
+// The decoder's result is not what decides: a file that does not decode
+// leaves no pixels and 0 x 0 x 0, and the image is sized to that. `count` is
+// the number of decoded bytes that fit the buffer (memory mode 2 may keep a
+// smaller one than the geometry needs).
 bool LoadBmpInto(IImgP& img, const char* path, Owned& pixels, uint64_t& count) {
     unsigned char* data = nullptr;
     unsigned width = 0, height = 0;
     ePixelFormatP format = DrasselSpace::ePixelFormatUnknown;
-    const bool decoded = ImageIOToolP::LoadBMP(path, data, width, height, format);
+    ImageIOToolP::LoadBMP(path, data, width, height, format);
     pixels.reset(data);
-    if (!img.SetSize(width, height, static_cast<uint8_t>(format), false) || !decoded) return false;
-    count = uint64_t{static_cast<uint32_t>(format)} * width * height;
-    return count <= img.GetMemSize();
+    if (!img.SetSize(width, height, static_cast<uint8_t>(format), false)) return false;
+    const uint64_t decoded = uint64_t{static_cast<uint32_t>(format)} * width * height;
+    count = decoded < img.GetMemSize() ? decoded : img.GetMemSize();
+    return true;
 }
 
 // The float and double raw files share one layout; E is the element size.
@@ -45,39 +50,44 @@ bool SaveValueRaw(IImgP& img, const std::string& path) {
         const uint32_t width = img.GetWidth(), height = img.GetHeight(), channels = img.GetChCnt();
         const ImgRes res = img.GetResolution();
         const uint64_t bytes = uint64_t{width} * height * channels * sizeof(T);
-        if (bytes > img.GetMemSize()) return false;
+        // Zero-initialised: values the buffer does not hold (memory mode 2
+        // under a larger geometry) are written as zeros, not read past it.
         std::vector<unsigned char> file(kRawHeader + bytes);
         const uint32_t head[4] = {1, width, height, channels};
         std::memcpy(file.data(), head, sizeof head);
         std::memcpy(file.data() + 16, &res.dY, 8);
         std::memcpy(file.data() + 24, &res.dZ, 8);
-        if (bytes != 0) std::memcpy(file.data() + kRawHeader, img.GetData(), static_cast<size_t>(bytes));
+        const uint64_t held = std::min<uint64_t>(bytes, img.GetMemSize());
+        if (held != 0) std::memcpy(file.data() + kRawHeader, img.GetData(), static_cast<size_t>(held));
         return FileToolP::SaveDataToFile(path, file.data(), file.size());
     } catch (...) {
         return false;
     }
 }
 
+// Neither the version nor the file's size is checked: a short file reads
+// its missing header bytes as zeros and copies the values it holds.
 template <typename T>
 bool LoadValueRaw(IImgP& img, const std::string& path) {
     unsigned char* raw = nullptr;
     unsigned long long size = 0;
     if (!FileToolP::LoadDataFromFile(path, raw, size)) return false;
     Owned file(raw);
-    if (size < kRawHeader) return false;
-    uint32_t head[4];
-    std::memcpy(head, file.get(), sizeof head);
-    const uint32_t width = head[1], height = head[2], channels = head[3];
-    // Refuse before sizing the image: the values must be in the file, and
-    // their count fits the signed 32-bit product the format has always used.
-    const uint64_t count = uint64_t{width} * height * channels;
-    if (channels > 255 || count > INT32_MAX || count * sizeof(T) > size - kRawHeader) return false;
+    unsigned char head[kRawHeader] = {};
+    if (size != 0) std::memcpy(head, file.get(), static_cast<size_t>(std::min<uint64_t>(size, kRawHeader)));
+    uint32_t geometry[4];
+    std::memcpy(geometry, head, sizeof geometry);
+    const uint32_t width = geometry[1], height = geometry[2], channels = geometry[3];
     if (!img.SetSize(width, height, static_cast<uint8_t>(channels), false)) return false;
-    std::memcpy(&img.GetResolution().dY, file.get() + 16, 8);
-    std::memcpy(&img.GetResolution().dZ, file.get() + 24, 8);
-    const uint64_t bytes = count * sizeof(T);
-    if (bytes > img.GetMemSize()) return false;
-    if (bytes != 0) std::memcpy(img.GetData(), file.get() + kRawHeader, static_cast<size_t>(bytes));
+    std::memcpy(&img.GetResolution().dY, head + 16, 8);
+    std::memcpy(&img.GetResolution().dZ, head + 24, 8);
+    // The element count is the format's signed 32-bit product; a negative
+    // one copies nothing, and no copy runs past the file or the buffer.
+    const auto count = static_cast<int32_t>(channels * height * width);
+    const uint64_t bytes = count > 0 ? uint64_t{static_cast<uint32_t>(count)} * sizeof(T) : 0;
+    const uint64_t inFile = size > kRawHeader ? size - kRawHeader : 0;
+    const uint64_t copy = std::min({bytes, inFile, static_cast<uint64_t>(img.GetMemSize())});
+    if (copy != 0) std::memcpy(img.GetData(), file.get() + kRawHeader, static_cast<size_t>(copy));
     return true;
 }
 
@@ -88,8 +98,11 @@ bool LoadValueRaw(IImgP& img, const std::string& path) {
 CImg8P::CImg8P() { _SetBitPerCn(8); }
 
 bool CImg8P::_SaveBmp(const char* path) {
-    if (Values(*this) > GetMemSize()) return false;
-    return ImageIOToolP::SaveBMP(path, GetImg(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()));
+    std::unique_ptr<unsigned char[]> padded;
+    const unsigned char* pixels = _PaddedPixels(Values(*this), padded);
+    if (pixels == nullptr) return false;
+    return ImageIOToolP::SaveBMP(path, const_cast<unsigned char*>(pixels), GetWidth(), GetHeight(),
+                                 static_cast<ePixelFormatP>(GetChCnt()));
 }
 
 bool CImg8P::_LoadBmp(const char* path) {
@@ -119,8 +132,9 @@ void CImgFloatP::_ResetMemory() { _ZeroFill(Values(*this) * 4); }
 bool CImgFloatP::_SaveBmp(const char* path) {
     if (_Info() == nullptr || GetChCnt() != 1) return false;
     const uint64_t n = uint64_t{GetWidth()} * GetHeight();
-    if (n * sizeof(float) > GetMemSize()) return false;
-    const float* values = GetImg();
+    std::unique_ptr<unsigned char[]> padded;
+    const auto* values = reinterpret_cast<const float*>(_PaddedPixels(n * sizeof(float), padded));
+    if (values == nullptr) throw std::bad_alloc();
 
     // The maximum starts at the smallest positive normal double, so an
     // image of negative values only stretches as if its maximum were 0.
@@ -133,8 +147,7 @@ bool CImgFloatP::_SaveBmp(const char* path) {
     }
     const auto scale = static_cast<float>(255.0 / (max - min));
 
-    std::unique_ptr<unsigned char[]> grey(new (std::nothrow) unsigned char[n == 0 ? 1 : n]);
-    if (!grey) return false;
+    std::unique_ptr<unsigned char[]> grey(new unsigned char[n == 0 ? 1 : n]);
     for (uint64_t i = 0; i < n; ++i) {
         if (values[i] == kNoData) {
             grey[i] = 0;
@@ -173,11 +186,12 @@ void CImgMaskP::_ResetMemory() { _ZeroFill(Values(*this) / 8); }
 
 bool CImgMaskP::_SaveBmp(const char* path) {
     const uint64_t count = GetBufferSize();
-    if (count > GetMemSize()) return false;
     std::unique_ptr<unsigned char[]> grey(new (std::nothrow) unsigned char[count == 0 ? 1 : count]);
     if (!grey) return false;
+    // Mask bytes the buffer does not hold (memory mode 2) count as 0.
+    const uint64_t held = std::min<uint64_t>(count, GetMemSize());
     const unsigned char* mask = GetImg();
-    for (uint64_t i = 0; i < count; ++i) grey[i] = mask[i] > 0 ? 255 : 0;
+    for (uint64_t i = 0; i < count; ++i) grey[i] = i < held && mask[i] > 0 ? 255 : 0;
     return ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()));
 }
 
@@ -200,7 +214,15 @@ bool CFFCTableP::Append(FILE* file) {
 }
 
 bool CFFCTableP::Extract(FILE* file) {
-    if (file == nullptr || !GetInfo().Extract(file, true)) return false;
+    if (file == nullptr) return false;
+    const ImgSize before = GetInfo().size;
+    if (!GetInfo().Extract(file, true)) return false;
+    // The block brings its own geometry; until the raw part has sized the
+    // buffer to it, it may not claim more bytes than the buffer holds (in
+    // memory mode 2 the caller answers for the buffer, as SetSize says).
+    const eMemMode mode = GetMemMode();
+    const bool sizesBuffer = mode == VormexDataStructure::eMemModeRealloc || mode == VormexDataStructure::eMemModeGrow;
+    if (sizesBuffer && GetInfo().size.GetByteSize() > GetMemSize()) GetInfo().size = before;
     return _LoadRaw(file);
 }
 

@@ -23,7 +23,10 @@
 
 namespace GrabSystem {
 
-// 8 bits per channel; BMP of the raw bytes, grey for one channel.
+// 8 bits per channel; BMP of the raw bytes, grey for one channel. Loading a
+// BMP sizes the image to what the decoder gave: a file that does not decode
+// gives 0 x 0 x 0 and still loads true (the decoder's result is not what
+// decides), so LoadFile of such a ".bmp" without an info block is true.
 class GRABSYSTEM_EXPORT CImg8P : public IImgP {
 public:
     CImg8P();
@@ -86,7 +89,8 @@ protected:
 };
 
 // One byte per pixel, 0 or 1. Saves as 0/255 grey; loads thresholded at
-// 128. Its zero fill clears one eighth of the pixel bytes: the kind has
+// 128, sized as CImg8P's load is (0 x 0 x 0 and true for a file that does
+// not decode). Its zero fill clears one eighth of the pixel bytes: the kind has
 // always counted its bytes as bits there, and callers rely on nothing more.
 class GRABSYSTEM_EXPORT CImgMaskP : public IImgP {
 public:
@@ -108,8 +112,12 @@ public:
     // Writes the table at the stream's current position. False for a null
     // file or a failed write.
     bool Append(FILE* file);
-    // Reads a table written by Append at the current position. False for a
-    // null file or a damaged stream.
+    // Reads a table written by Append at the current position: the block
+    // (which brings its geometry, memory mode and bits per channel), then
+    // the raw part, as LoadFile's raw step reads it. False for a null file
+    // or a damaged stream. In memory modes 0 and 1 a block whose geometry
+    // needs more than the buffer holds keeps the geometry the image had,
+    // until the raw part sizes the buffer.
     bool Extract(FILE* file);
 };
 

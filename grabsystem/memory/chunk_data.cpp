@@ -1,5 +1,6 @@
 #include "grabsystem/memory/chunk_data.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <new>
@@ -33,10 +34,12 @@ bool IChunkDataP::SetMemSource(eMemBlockSource src, void* p, size_t size) {
     }
     const bool sourceChanges = src != m_block->source;
     const bool managerChanges = src != eMemSrcNew && p != m_block->manager;
-    if (sourceChanges || managerChanges) {
-        if (!ReleaseMemory()) return false;
-        // A released caller's buffer keeps its address; it must not survive
-        // into a source that would free or reuse it.
+    // The release's result does not stop the move. A piece the manager
+    // refuses (a discharged manager, or no piece at all) is left to it.
+    if (sourceChanges || managerChanges) ReleaseMemory();
+    if (src == eMemSrcNew) {
+        // The heap source frees its address: whatever is left there (a
+        // caller's buffer, a refused piece) must not reach the heap.
         m_block->address = nullptr;
         m_block->size = 0;
     }
@@ -104,9 +107,13 @@ void IChunkDataP::_ReleaseDevice() {
 }
 
 bool IChunkDataP::PushData(void* src, size_t rowBytes, size_t rows, size_t rowGap) {
-    size_t total = 0;
-    if (__builtin_mul_overflow(rowBytes, rows, &total)) return false;
+    // rowBytes x rows in size_t, which wraps; copied in one piece that is
+    // what gets copied. Row by row the true product would be copied, so
+    // there it must not wrap.
+    const size_t total = rowBytes * rows;
     if (m_block->size < total) return false;
+    size_t exact = 0;
+    if (rowGap != 0 && __builtin_mul_overflow(rowBytes, rows, &exact)) return false;
     if (total == 0) return true;
     if (src == nullptr) return false;
     auto* dst = static_cast<unsigned char*>(m_block->address);
@@ -127,8 +134,10 @@ bool IChunkDataP::DuplicateFromChunk(IChunkDataP& other) {
     if (&other == this) return true;
     const size_t size = other.GetMemSize();
     if (GetMemSize() != size) AllocMemory(size, false);
-    if (GetMemSize() < size) return false;
-    if (size != 0) std::memcpy(GetData(), other.GetData(), size);
+    // A reallocation that failed (a caller's buffer cannot be re-allocated)
+    // leaves less room than the other chunk has: the copy stops there.
+    const size_t copy = std::min(size, GetMemSize());
+    if (copy != 0) std::memcpy(GetData(), other.GetData(), copy);
     return true;
 }
 
@@ -168,9 +177,7 @@ bool IChunkDataP::_AllocMemMng(size_t size) {
 }
 
 bool IChunkDataP::_ReleaseMemMng() {
-    if (m_block->manager == nullptr) return false;
-    if (m_block->address == nullptr) return true;
-    if (!m_block->manager->ReleaseMem(m_block->address)) return false;
+    if (m_block->manager == nullptr || !m_block->manager->ReleaseMem(m_block->address)) return false;
     m_block->address = nullptr;
     m_block->size = 0;
     return true;

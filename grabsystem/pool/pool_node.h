@@ -26,7 +26,16 @@ enum NodeState : int32_t {
     eNodeWaiting = 2,  // in the waiting list: free for reuse; serial 0
 };
 
+// The virtual operations are declared in their slot order (the link
+// setters, the destructor, the link getters): callers built against this
+// layout call through those slots.
 class GRABSYSTEM_EXPORT IPoolNodeP {
+protected:
+    // Link setters that splice whole chains without touching time stamps;
+    // the sentinels override them so that nothing links past a list's ends.
+    virtual void __SetLast(IPoolNodeP* node);
+    virtual void __SetNext(IPoolNodeP* node);
+
 public:
     IPoolNodeP() = default;
     virtual ~IPoolNodeP();
@@ -56,11 +65,6 @@ public:
     bool Release();
 
 protected:
-    // Link setters that splice whole chains without touching time stamps;
-    // the sentinels override them so that nothing links past a list's ends.
-    virtual void __SetLast(IPoolNodeP* node);
-    virtual void __SetNext(IPoolNodeP* node);
-
     // Links this (unlinked) node right after `at`; ignored for null.
     void _InsertAfter(IPoolNodeP* at);
     // Unlinks this node, joining its neighbours, and clears its links.

@@ -174,7 +174,6 @@ TEST_F(ArmExtractor, DamagedViewFilesFailWithoutReadingPastThem) {
     EXPECT_FALSE(extractAs(patch(1024 + 4, 0x7FFFFFF0u))) << "record length past the end";
     EXPECT_FALSE(extractAs(patch(4, 40))) << "more Sin frames than records";
     EXPECT_FALSE(extractAs(patch(4, 0x7FFFFFFFu))) << "absurd frame count";
-    EXPECT_FALSE(extractAs(patch(12, 60000))) << "width beyond what the file can decode to";
     EXPECT_FALSE(extractAs(patch(32, 0))) << "sinDimC of 0";
     EXPECT_FALSE(extractAs(patch(8, 3))) << "more white frames than cameras and records";
     EXPECT_FALSE(extractAs(patch(20, 9))) << "more cameras than the table holds";
@@ -183,7 +182,46 @@ TEST_F(ArmExtractor, DamagedViewFilesFailWithoutReadingPastThem) {
     Write(twoWhite, 6, {eCam0}, 1, 1, 3);
     EXPECT_FALSE(Extract({6}, "D:\\in", "D:\\bad", 1).empty());
 
-    // The last frame's data cut short still passes: it is written as far
-    // as it decoded.
+    // The last frame's data cut short still passes: it is written with
+    // whatever its buffer holds.
     EXPECT_TRUE(extractAs(std::vector<unsigned char>(good.begin(), good.end() - 5)));
+
+    // Nothing compares the decoded lengths with the header: a wider frame
+    // takes what its block decodes to, and the view is written.
+    fs::remove_all(dir.File("D/bad"));
+    EXPECT_TRUE(extractAs(patch(12, 600)));
+    EXPECT_EQ(grabsys_test::BmpPixels("D:\\bad\\Cam0P\\6\\img4.bmp").size(), 600u * 16u);
+    // Huge passes and groups make a long directory list, but no overflow:
+    // the white frame lands in the second (Q) group of camera 0.
+    auto huge = patch(24, 0x7FFFFFFFu);
+    std::memcpy(&huge[28], &huge[24], 4);
+    fs::remove_all(dir.File("D/bad"));
+    EXPECT_TRUE(extractAs(huge));
+    EXPECT_EQ(Tree(dir.File("D/bad")).count("Cam0Q/6/imgW.bmp"), 1u);
+}
+
+TEST_F(ArmExtractor, CountsBelowOneRunTheirLoopsZeroTimes) {
+    // Counts -1, -1, 3 for one camera multiply to 3: the Sin groups make no
+    // directory, so the three frames go to the white frame's Cam0P.
+    View v(8, 8, 1, 1, 1, 3, 0);
+    COneViewArmImageData probe(7);
+    EXPECT_TRUE(probe.SetSinImages(v.sin, {eCam0}, -1, -1, 3));
+    Write(v, 7, {eCam0}, -1, -1, 3);
+    EXPECT_TRUE(Extract({7}, "D:\\in", "D:\\neg", 1).empty());
+    EXPECT_EQ(Tree(dir.File("D/neg")), (std::set<std::string>{"Cam0P/7/img4.bmp", "Cam0P/7/img5.bmp", "Cam0P/7/img6.bmp"}));
+    // A negative sinDimC numbers the frames as its magnitude would.
+    View w(8, 8, 1, 1, 1, 2, 1);
+    auto minusTwo = Write(w, 8, {eCam0}, 1, 1, 2);
+    const int32_t dimC = -2;
+    std::memcpy(&minusTwo[32], &dimC, 4);
+    Rewrite(8, minusTwo);
+    EXPECT_TRUE(Extract({8}, "D:\\in", "D:\\negc", 1).empty());
+    EXPECT_EQ(Tree(dir.File("D/negc")), (std::set<std::string>{"Cam0P/8/img4.bmp", "Cam0P/8/img5.bmp", "Cam0P/8/imgW.bmp"}));
+    // No camera and no frame: nothing to write, and the view succeeds.
+    View none(8, 8, 0, 0, 0, 0, 0);
+    auto bytes = Write(none, 9, {}, 0, 0, 0);
+    const int32_t cams = -2;
+    std::memcpy(&bytes[20], &cams, 4);
+    Rewrite(9, bytes);
+    EXPECT_TRUE(Extract({9}, "D:\\in", "D:\\negcam", 1).empty());
 }

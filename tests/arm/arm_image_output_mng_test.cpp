@@ -70,11 +70,13 @@ TEST(ArmOutputMng, ReusesFreeBlocksThatAreLargeEnough) {
     ASSERT_EQ(mng.AddOneViewImages(NewView(v11, 3, "D:\\out\\3.armraw")), eAddRltOk);
     EXPECT_EQ(mng.GetMemoryPoolSize(), 2u);  // the free 12 MB block served
 
-    // With the 12 MB block held (a view that did not fit keeps its block),
-    // an 11 MB view makes a third block.
-    View noisy(static_cast<uint32_t>(12 * kMB - 64), 1, 0, 0, 0, 0, 1, true);
-    COneViewArmImageData* holder = NewView(noisy, 4, "D:\\out\\4.armraw");
+    // With the 12 MB block held (a view whose second frame outgrew its
+    // estimate keeps its block), an 11 MB view makes a third block.
+    View outgrowing = grabsys_test::Outgrowing(static_cast<uint32_t>(11 * kMB / 2 - 64), static_cast<uint32_t>(16 * kMB));
+    COneViewArmImageData* holder = NewView(outgrowing, 4, "D:\\out\\4.armraw");
     ASSERT_EQ(mng.AddOneViewImages(holder), eAddRltCompressFailed);
+    EXPECT_FALSE(holder->SaveToFile());
+    EXPECT_FALSE(std::filesystem::exists(dir.File("D/out/4.armraw")));
     ASSERT_EQ(mng.AddOneViewImages(NewView(v11, 5, "D:\\out\\5.armraw")), eAddRltOk);
     EXPECT_EQ(mng.GetMemoryPoolSize(), 3u);
     delete holder;
@@ -85,8 +87,8 @@ TEST(ArmOutputMng, WaitsForABlockUntilAViewLetsGo) {
     DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\out");
     CArmImageOutputMng mng;
     mng.SetMaxMemoryPoolDataCount(1);
-    View noisy(4096, 1, 0, 0, 0, 0, 1, true), fine(4000, 1, 0, 0, 0, 0, 1);
-    COneViewArmImageData* holder = NewView(noisy, 1, "D:\\out\\1.armraw");
+    View outgrowing = grabsys_test::Outgrowing(64, 4096), fine(100, 1, 0, 0, 0, 0, 1);
+    COneViewArmImageData* holder = NewView(outgrowing, 1, "D:\\out\\1.armraw");
     ASSERT_EQ(mng.AddOneViewImages(holder), eAddRltCompressFailed);
 
     std::atomic<bool> done{false};

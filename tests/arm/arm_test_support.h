@@ -43,6 +43,17 @@ struct View {
     }
 };
 
+// Two white frames, the second larger than the first and incompressible:
+// the view's estimate counts the first frame's size twice, so the second
+// outgrows the block that the estimate sizes.
+inline View Outgrowing(uint32_t first, uint32_t second) {
+    View v(1, 1, 0, 0, 0, 0, 0);
+    v.frames.push_back(Frame(first, 1, 0));
+    v.frames.push_back(Frame(second, 1, 1, true));
+    for (auto& f : v.frames) v.white.push_back(f.get());
+    return v;
+}
+
 // Compresses the view into its own block and writes `path`; returns the
 // data object (still holding the block) for inspection.
 inline bool WriteViewFile(View& v, int viewIdx, std::vector<GrabSystem::eCamIdx> cams, int dimA, int dimB, int dimC,

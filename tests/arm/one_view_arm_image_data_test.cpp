@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "arm_test_support.h"
 #include "grabsystem/platform/logger/logger.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
+#include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "test_support.h"
 
 using namespace GrabSystem;
@@ -121,7 +123,7 @@ TEST(OneViewArmImageData, FileLayoutDecodesWithAnIndependentLz4) {
     EXPECT_EQ(std::system(cmd.c_str()), 0);
 }
 
-TEST(OneViewArmImageData, SaveLogsAndRefusesWhatItCannotWrite) {
+TEST(OneViewArmImageData, AnyContentFitsTheEstimatedBlock) {
     std::vector<std::string> lines;
     PelvaneSpace::Logger::GetInstance()->SetSink([&](int, const std::string& text) { lines.push_back(text); });
     COneViewArmImageData data(3);
@@ -129,15 +131,62 @@ TEST(OneViewArmImageData, SaveLogsAndRefusesWhatItCannotWrite) {
     EXPECT_EQ(lines, std::vector<std::string>{"ArmCost--COneViewArmImageData::SaveToFile - 1(3)"});
     PelvaneSpace::Logger::GetInstance()->SetSink(nullptr);
 
-    // Frames LZ4 cannot shrink outgrow the estimate: no write past the block.
-    View noisy(64, 64, 1, 1, 1, 2, 1, true);
-    CArmImageOutputMemory exact;
-    COneViewArmImageData big(4);
-    big.SetSinImages(noisy.sin, {eCam0}, 1, 1, 2);
-    big.SetWhitePatternImage(noisy.white);
-    exact.AllocateMemory(big.GetMemoryRequired());
-    ASSERT_TRUE(big.SetAvaliableMemory(&exact));
-    EXPECT_FALSE(big.CompressMemoryData());
-    COneViewArmImageData none(5);
+    // Whatever LZ4 makes of the frames, a view whose frames all have the
+    // size of the first fits a block of exactly the estimated size, and the
+    // file is exact: header, then 64 + n bytes a frame.
+    TempDir dir;
+    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\v");
+    struct Case {
+        uint32_t w, h;
+        bool noise;
+    };
+    for (const Case c : {Case{64, 64, true}, Case{1, 1, false}, Case{1, 1, true}, Case{32, 32, false}}) {
+        View v(c.w, c.h, 1, 1, 2, 3, 1, c.noise);
+        if (!c.noise && c.w == 32)
+            for (auto& f : v.frames) std::memset(f->GetImg(), 0, f->GetMemSize());
+        CArmImageOutputMemory exact;
+        COneViewArmImageData view(4);
+        view.SetSinImages(v.sin, {eCam0}, 1, 2, 3);
+        view.SetWhitePatternImage(v.white);
+        view.SetOutputFileFullPath("D:\\v\\4.armraw");
+        exact.AllocateMemory(view.GetMemoryRequired());
+        EXPECT_EQ(exact.GetAllocatedSize(), view.GetMemoryRequired());
+        ASSERT_TRUE(view.SetAvaliableMemory(&exact));
+        ASSERT_TRUE(view.CompressMemoryData()) << c.w << " x " << c.h;
+        ASSERT_TRUE(view.SaveToFile());
+        const auto file = ReadAll(dir.File("D/v/4.armraw"));
+        ASSERT_EQ(file.size(), 1024u + static_cast<uint64_t>(view.GetCompressedSize()));
+        size_t at = 1024;
+        for (const auto& frame : v.frames) {
+            uint32_t n = 0;
+            std::memcpy(&n, &file[at + 4], 4);
+            std::vector<unsigned char> back(frame->GetMemSize());
+            EXPECT_EQ(DrasselSpace::CLZ4DecompressorP::DecompressRaw(&file[at + 64], static_cast<int>(n), back.data(),
+                                                                     static_cast<int>(back.size())),
+                      static_cast<int>(back.size()));
+            EXPECT_EQ(std::memcmp(back.data(), frame->GetImg(), back.size()), 0);
+            at += 64 + n;
+        }
+        EXPECT_EQ(at, file.size());
+    }
+
+    // Only frames that outgrow the first of their kind can overrun the
+    // block: refused, and then no file is written.
+    View outgrowing = grabsys_test::Outgrowing(16, 4096);
+    CArmImageOutputMemory small;
+    COneViewArmImageData over(5);
+    over.SetWhitePatternImage(outgrowing.white);
+    over.SetOutputFileFullPath("D:\\v\\5.armraw");
+    small.AllocateMemory(over.GetMemoryRequired());
+    ASSERT_TRUE(over.SetAvaliableMemory(&small));
+    EXPECT_FALSE(over.CompressMemoryData());
+    EXPECT_FALSE(over.SaveToFile());
+    EXPECT_FALSE(std::filesystem::exists(dir.File("D/v/5.armraw")));
+
+    // Without a block there is nothing to compress, and the file is empty.
+    COneViewArmImageData none(6);
     EXPECT_FALSE(none.CompressMemoryData());
+    none.SetOutputFileFullPath("D:\\v\\6.armraw");
+    EXPECT_TRUE(none.SaveToFile());
+    EXPECT_TRUE(ReadAll(dir.File("D/v/6.armraw")).empty());
 }

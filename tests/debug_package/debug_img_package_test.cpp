@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "grabsystem/debug_package/debug_img_package.h"
+#include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/image_io_tool.h"
 #include "test_support.h"
@@ -177,11 +178,24 @@ TEST(DebugImgPackage, ExportNamesFollowGroupJumpAndPackageIndex) {
     CDebugImgPackageP empty;
     empty.ExportDebugImg();  // no records: nothing
     EXPECT_FALSE(fs::exists(dir.File("D/ImgTest/CamImgInput/Cam0")));
+
+    // Frames without pixels still get their folder and one save each,
+    // which leaves the information block alone.
+    CDebugImgPackageP flat;
+    flat.AddPackageInfo(ImgRun(0, 3, 2, 6, 0));
+    flat.CreatePackageBuffer();
+    flat.ExportDebugImg();
+    EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput/Cam6")), (std::set<std::string>{"img0.bmp", "img1.bmp"}));
+    CImg8P info;
+    EXPECT_TRUE(info.LoadFile("D://ImgTest//CamImgInput//Cam6//img1.bmp"));
+    EXPECT_EQ(info.GetHeight(), 3u);
 }
 
-TEST(DebugImgPackage, BadInputGivesFalse) {
+TEST(DebugImgPackage, DamagedInputFollowsTheRecords) {
     TempDir dir;
     fs::create_directories(dir.File("D"));
+    std::vector<std::string> logged;
+    PelvaneSpace::Logger::GetInstance()->SetSink([&](int, const std::string& text) { logged.push_back(text); });
     CDebugImgPackageP pkg;
     unsigned char frame[32] = {};
     EXPECT_FALSE(pkg.SaveDebugPackage("D:\\none.dbg"));  // no records, no buffer
@@ -190,46 +204,82 @@ TEST(DebugImgPackage, BadInputGivesFalse) {
     pkg.CreatePackageBuffer();
     EXPECT_FALSE(pkg.AddData(0, frame, 2));  // frame out of range
     EXPECT_FALSE(pkg.AddData(1, frame, 0));  // record out of range
+    EXPECT_TRUE(logged.empty()) << "a refused frame logs nothing";
     EXPECT_FALSE(pkg.SaveDebugPackage("D:\\no\\such\\dir.dbg"));
 
     // Runs of different sizes overlap by the uniform-run rule; a frame that
-    // would land outside the data area is refused.
+    // lands partly past the data area is copied as far as the area reaches.
     CDebugImgPackageP mixed;
     mixed.AddPackageInfo(ImgRun(2, 2, 1, 0, 0));
     mixed.AddPackageInfo(ImgRun(4, 4, 1, 0, 1));
     mixed.CreatePackageBuffer();
     EXPECT_EQ(mixed.BufferSize, 20u);
-    unsigned char big[16] = {};
-    EXPECT_TRUE(mixed.AddData(0, big, 0));
-    EXPECT_FALSE(mixed.AddData(1, big, 0));  // placed at 1 x 16: runs past byte 20
+    std::vector<unsigned char> big(16, 5);
+    EXPECT_TRUE(mixed.AddData(1, big.data(), 0));  // placed at 1 x 16: 4 of its bytes fit
+    EXPECT_EQ(std::vector<unsigned char>(mixed.Buffer.get() + 16, mixed.Buffer.get() + 20), std::vector<unsigned char>(4, 5));
+    PelvaneSpace::Logger::GetInstance()->SetSink(nullptr);
+    // Exported, that frame holds those 4 bytes and zeros for the rest.
+    mixed.ExportDebugImg();
+    auto exported = grabsys_test::BmpPixels("D://ImgTest//CamImgInput//Cam0//img1.bmp");
+    ASSERT_EQ(exported.size(), 16u);
+    EXPECT_EQ(exported[3], 5);
+    EXPECT_EQ(exported[4], 0);
+
     CDebugImgPackageP good;
     BuildAndSave(good);
     const auto file = ReadAll(dir.File("D/p.dbg"));
-
-    CDebugImgPackageP loaded;
-    auto expectRefused = [&](const std::vector<unsigned char>& bytes, const char* what) {
+    auto load = [&](CDebugImgPackageP& into, const std::vector<unsigned char>& bytes) {
         WriteAll(dir.File("D/bad.dbg"), bytes);
-        EXPECT_FALSE(loaded.LoadDebugPackage("D:\\bad.dbg")) << what;
+        return into.LoadDebugPackage("D:\\bad.dbg");
     };
-    for (size_t cut = 0; cut < 52; ++cut)
-        expectRefused(std::vector<unsigned char>(file.begin(), file.begin() + static_cast<long>(cut)), "short header");
-    expectRefused(std::vector<unsigned char>(file.begin(), file.end() - 1), "one byte of data missing");
+
+    // Cut anywhere from the data area on, the file loads what it holds: the
+    // zero-filled area of the records' size, all of it decrypted, so the
+    // missing tail reads as the cipher's stream over zeros.
+    std::vector<unsigned char> plain;
+    for (int seed = 0; seed < 4; ++seed) {
+        const auto f = FrameBytes(8, 4, seed);
+        plain.insert(plain.end(), f.begin(), f.end());
+    }
+    CDebugImgPackageP cut;
+    ASSERT_TRUE(load(cut, std::vector<unsigned char>(file.begin(), file.end() - 40)));
+    ASSERT_EQ(cut.BufferSize, 128u);
+    EXPECT_EQ(std::vector<unsigned char>(cut.Buffer.get(), cut.Buffer.get() + 88),
+              std::vector<unsigned char>(plain.begin(), plain.begin() + 88));
+    std::vector<unsigned char> stream(128, 0);
+    DrasselSpace::FileToolP::EncryptData(stream.data(), stream.size(),
+                                         reinterpret_cast<const unsigned char*>(CDebugImgPackageP::kKey), 16);
+    EXPECT_EQ(std::vector<unsigned char>(cut.Buffer.get() + 88, cut.Buffer.get() + 128),
+              std::vector<unsigned char>(stream.begin() + 88, stream.end()));
+    // Cut inside the records, the missing words read as zeros.
+    ASSERT_TRUE(load(cut, std::vector<unsigned char>(file.begin(), file.begin() + 20)));
+    ASSERT_EQ(cut.PackageInfos.size(), 2u);
+    EXPECT_EQ(cut.PackageInfos[0].Height, 4u);
+    EXPECT_EQ(cut.PackageInfos[0].FrameCount, 0u);
+    EXPECT_EQ(cut.BufferSize, 0u);
+    // Sizes sum in 32 bits and wrap: 65536 x 65536 x 1 frames take no bytes.
+    auto wrapping = file;
+    const uint32_t side = 0x10000, one = 1;
+    std::memcpy(&wrapping[12], &side, 4);
+    std::memcpy(&wrapping[16], &side, 4);
+    std::memcpy(&wrapping[20], &one, 4);
+    ASSERT_TRUE(load(cut, wrapping));
+    EXPECT_EQ(cut.BufferSize, 64u);  // the second run alone
+
+    // Refused, with only the version taken: no records, or a file too short
+    // to count them, or billions of records that the file lacks.
+    for (size_t n = 0; n < 8; ++n) EXPECT_FALSE(load(cut, std::vector<unsigned char>(file.begin(), file.begin() + n)));
     auto zero = file;
     std::memset(&zero[4], 0, 4);
-    expectRefused(zero, "no records");
-    auto huge = file;
-    const uint32_t width = 0x10000;
-    std::memcpy(&huge[12], &width, 4);
-    expectRefused(huge, "records that promise more than the file holds");
-    EXPECT_FALSE(loaded.LoadDebugPackage("D:\\missing.dbg"));
-
-    // A count of 0 keeps the records, buffer and jump of the last load.
-    ASSERT_TRUE(loaded.LoadDebugPackage("D:\\p.dbg"));
-    WriteAll(dir.File("D/zero.dbg"), zero);
     zero[0] = 9;
-    WriteAll(dir.File("D/zero.dbg"), zero);
-    EXPECT_FALSE(loaded.LoadDebugPackage("D:\\zero.dbg"));
-    EXPECT_EQ(loaded.Version, 9u);
-    EXPECT_EQ(loaded.PackageInfos.size(), 2u);
-    EXPECT_EQ(loaded.BufferSize, 128u);
+    ASSERT_TRUE(load(cut, file));
+    EXPECT_FALSE(load(cut, zero));
+    EXPECT_EQ(cut.Version, 9u);
+    EXPECT_EQ(cut.PackageInfos.size(), 2u);
+    EXPECT_EQ(cut.BufferSize, 128u);
+    auto billions = file;
+    const uint32_t count = 0x40000000;
+    std::memcpy(&billions[4], &count, 4);
+    EXPECT_FALSE(load(cut, billions));
+    EXPECT_FALSE(cut.LoadDebugPackage("D:\\missing.dbg"));
 }

@@ -87,10 +87,16 @@ TEST(DebugPackage, LayoutProjectFileAndFramesRoundTrip) {
     EXPECT_EQ((std::vector<uint32_t>{word(3), word(4), word(5), word(6), word(7), word(8)}),
               (std::vector<uint32_t>{5, 6, 4, 4, 1, 0}));  // jump, w, h, frames, group, camera
 
+    // The project file goes into D:\vormex, which must exist: without it
+    // the load is still the decryption's result, and no file is written.
     CDebugPackageP loaded;
+    ASSERT_TRUE(loaded.LoadDebugPackage("D:\\g.dbg"));
+    EXPECT_FALSE(fs::exists(dir.File("D/vormex")));
+    fs::create_directories(dir.File("D/vormex"));
     ASSERT_TRUE(loaded.LoadDebugPackage("D:\\g.dbg"));
     EXPECT_EQ(loaded.GetProjectFileSize(), project.size());
     EXPECT_EQ(loaded.GetProjectFileBuffer(), nullptr);
+    EXPECT_EQ(loaded.GetDataSize(), file.size() - 12 - 24);  // the data area, project block included
     const auto written = ReadAll(dir.File("D/vormex/importTmp.fpz"));
     EXPECT_EQ(std::string(written.begin(), written.end()), project);
 
@@ -124,9 +130,9 @@ TEST(DebugPackage, FlagOtherThanOneMeansNoProjectFile) {
     EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")), (std::set<std::string>{"Cam3/img0.bmp", "Cam3/img1.bmp"}));
 }
 
-TEST(DebugPackage, DamagedFilesGiveFalseAndKeepWhatWasWritten) {
+TEST(DebugPackage, DamagedFilesLoadWhatTheyHold) {
     TempDir dir;
-    fs::create_directories(dir.File("D"));
+    fs::create_directories(dir.File("D/vormex"));
     Save("D:\\g.dbg", {GenRun(0, 6, 4, 3, 0, 0)}, "proj");
     const auto good = ReadAll(dir.File("D/g.dbg"));
     CDebugPackageP pkg;
@@ -134,13 +140,33 @@ TEST(DebugPackage, DamagedFilesGiveFalseAndKeepWhatWasWritten) {
         WriteAll(dir.File("D/bad.dbg"), bytes);
         return pkg.LoadDebugPackage("D:\\bad.dbg");
     };
-    for (size_t cut = 0; cut < 12 + 24; ++cut)
+    for (size_t cut = 0; cut < 12; ++cut)
         EXPECT_FALSE(load(std::vector<unsigned char>(good.begin(), good.begin() + static_cast<long>(cut)))) << cut;
+    // Cut inside the record, the missing words read as zeros; there is no
+    // data, so the project file is empty and no frame is left to import.
+    ASSERT_TRUE(load(std::vector<unsigned char>(good.begin(), good.begin() + 20)));
+    ASSERT_EQ(pkg.PackageInfos.size(), 1u);
+    EXPECT_EQ(pkg.PackageInfos[0].Width, 6u);
+    EXPECT_EQ(pkg.PackageInfos[0].FrameCount, 0u);
+    EXPECT_EQ(pkg.GetDataSize(), 0u);
+    EXPECT_EQ(pkg.GetProjectFileSize(), 0u);
+    EXPECT_TRUE(ReadAll(dir.File("D/vormex/importTmp.fpz")).empty());
+    EXPECT_TRUE(pkg.ImportDebugImg());
+    // Cut inside the project block: it keeps its length, holding the bytes
+    // that are there and zeros for the rest.
+    ASSERT_TRUE(load(std::vector<unsigned char>(good.begin(), good.begin() + 12 + 24 + 6)));
+    EXPECT_EQ(pkg.GetProjectFileSize(), 4u);
+    const auto project = ReadAll(dir.File("D/vormex/importTmp.fpz"));
+    EXPECT_EQ(std::string(project.begin(), project.end()), std::string("pr\0\0", 4));
+
     auto zero = good;
     std::memset(&zero[8], 0, 4);
     EXPECT_FALSE(load(zero));
     auto many = good;
-    many[10] = 0x10;  // a million records in a file of a few hundred bytes
+    many[10] = 0x10;  // a million records, all but one missing: 24 MB of zeros
+    ASSERT_TRUE(load(many));
+    EXPECT_EQ(pkg.PackageInfos.size(), 0x100001u);
+    many[11] = 0x10;  // some 300 million: more than 4 GiB of missing records
     EXPECT_FALSE(load(many));
     EXPECT_FALSE(pkg.LoadDebugPackage("D:\\missing.dbg"));
     EXPECT_FALSE(pkg.ImportDebugImg());
@@ -148,7 +174,7 @@ TEST(DebugPackage, DamagedFilesGiveFalseAndKeepWhatWasWritten) {
     // The data is encrypted, so damage goes through the decryption: the
     // project length or a block length then reads as a wild value, which
     // must be caught against the data that is there.
-    for (size_t at : {size_t{36}, size_t{37}, size_t{39}, good.size() - 30, good.size() - 3}) {
+    for (size_t at : {size_t{36}, size_t{37}, good.size() - 30, good.size() - 3}) {
         auto bad = good;
         bad[at] ^= 0x55;
         if (load(bad)) {
@@ -163,24 +189,50 @@ TEST(DebugPackage, DamagedFilesGiveFalseAndKeepWhatWasWritten) {
     EXPECT_FALSE(pkg.ImportDebugImg());
     EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")).size(), 2u);
 
-    // A record whose frames could not come from the data (65535 x 65535
-    // pixels) is refused before the frame is allocated; so is one that
-    // claims more frames than the data has blocks.
-    const uint32_t side = 0xFFFF, frames = 0x7FFFFFFF;
-    auto huge = good;  // the record's Width and Height are bytes 16 and 20
-    std::memcpy(&huge[16], &side, 4);
-    std::memcpy(&huge[20], &side, 4);
-    auto endless = good;  // its FrameCount is byte 24
+    // Nothing checks a record against its blocks: a larger frame takes the
+    // decoded bytes as far as they go, and a record that claims more frames
+    // than there are blocks writes those it finds, then stops with false.
+    const uint32_t width = 300, frames = 0x7FFFFFFF;
+    auto larger = good;  // the record's Width is byte 16, its FrameCount byte 24
+    std::memcpy(&larger[16], &width, 4);
+    fs::remove_all(dir.File("D/ImgTest"));
+    ASSERT_TRUE(load(larger));
+    EXPECT_TRUE(pkg.ImportDebugImg());
+    EXPECT_EQ(grabsys_test::BmpPixels("D://ImgTest//CamImgInput//Cam0//img2.bmp").size(), 300u * 4u);
+    auto endless = good;
     std::memcpy(&endless[24], &frames, 4);
-    for (const auto& lying : {huge, endless}) {
-        ASSERT_TRUE(load(lying));
-        EXPECT_FALSE(pkg.ImportDebugImg());
-        EXPECT_FALSE(pkg.ImportDebugImg(0));
-    }
+    fs::remove_all(dir.File("D/ImgTest"));
+    ASSERT_TRUE(load(endless));
+    EXPECT_FALSE(pkg.ImportDebugImg());
+    EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")).size(), 3u);
 
     CDebugPackageP writer;
     EXPECT_FALSE(writer.AddData(0, nullptr, 0, 0));  // no staging buffer
     EXPECT_FALSE(writer.SaveDebugPackage("D:\\x.dbg", false));
+}
+
+TEST(DebugPackage, CallOrdersOffThePathTouchOnlyTheirOwnBytes) {
+    TempDir dir;
+    fs::create_directories(dir.File("D"));
+    const std::vector<unsigned char> block(66, 9);
+    // A block staged after the copy was made is not in the copy: the file
+    // holds the header, the record and the first block only.
+    CDebugPackageP pkg;
+    pkg.InitialPackageBuffer();
+    pkg.AddPackageInfo(GenRun(0, 2, 2, 1, 0, 0));
+    pkg.AddData(0, const_cast<unsigned char*>(block.data()), 0, static_cast<int>(block.size()));
+    pkg.AllocateDebugImgBuffer();
+    pkg.AddData(0, const_cast<unsigned char*>(block.data()), 0, static_cast<int>(block.size()));
+    ASSERT_TRUE(pkg.SaveDebugPackage("D:\\order.dbg", false));
+    EXPECT_EQ(ReadAll(dir.File("D/order.dbg")).size(), 12u + 24u + 4u + 66u);
+    // A load's frames live in the buffer that AllocateDebugImgBuffer
+    // replaces: after it, nothing is left to import.
+    CDebugPackageP loaded;
+    Save("D:\\g.dbg", {GenRun(0, 6, 4, 1, 0, 0)}, "");
+    ASSERT_TRUE(loaded.LoadDebugPackage("D:\\g.dbg"));
+    loaded.AllocateDebugImgBuffer();
+    EXPECT_FALSE(loaded.ImportDebugImg());
+    EXPECT_FALSE(fs::exists(dir.File("D/ImgTest")));
 }
 
 TEST(DebugPackage, StagingBufferCostsOnlyTheBytesStaged) {
@@ -243,4 +295,18 @@ TEST(PackageExporter, ChoosesTheFormByTheFirstFileAndNumbersFolders) {
     CDebugPackageExporterP fresh;
     EXPECT_FALSE(fresh.ExprotPackage({"D:\\missing.dbg"}));
     EXPECT_FALSE(fresh.ExprotPackage({"D:\\missing.dbg", "D:\\img0.dbg"}));
+
+    // A copy shares the package objects. An image package cut inside its
+    // data loads what it holds, so the reused exporter exports that
+    // package, never the frames of the one before it.
+    CDebugPackageExporterP copy = exporter;
+    EXPECT_EQ(copy.DebugImgPackage.get(), exporter.DebugImgPackage.get());
+    fs::remove_all(dir.File("D/ImgTest"));
+    ASSERT_TRUE(copy.ExprotPackage({"D:\\img1.dbg"}));
+    auto cut = ReadAll(dir.File("D/img1.dbg"));
+    cut[28] = 5;  // camera 5 instead of 2
+    cut.resize(cut.size() - 3);
+    WriteAll(dir.File("D/cut.dbg"), cut);
+    EXPECT_TRUE(copy.ExprotPackage({"D:\\cut.dbg"}));
+    EXPECT_EQ(Tree(dir.File("D/ImgTest/CamImgInput")), (std::set<std::string>{"Cam2/img0.bmp", "Cam5/img0.bmp"}));
 }

@@ -108,6 +108,17 @@ TEST(ImgFile, LoadPicksTheFormatByBlockThenByExtension) {
     CImg8P none;
     EXPECT_FALSE(none.LoadFile("D:\\missing.raw"));
     EXPECT_FALSE(none.LoadFile(nullptr));
+
+    // A ".bmp" without a block that does not decode: the kinds that read
+    // BMPs size themselves to what the decoder gave, 0 x 0 x 0, and load.
+    WriteAll(dir.File("D/junk.bmp"), std::vector<unsigned char>(100, 'x'));
+    CImg8P junk;
+    junk.SetSize(5, 5, 1, false);
+    EXPECT_TRUE(junk.LoadFile("D:\\junk.bmp"));
+    EXPECT_EQ(junk.GetWidth() + junk.GetHeight() + junk.GetChCnt(), 0u);
+    CImgMaskP junkMask;
+    EXPECT_TRUE(junkMask.LoadFile("D:\\junk.bmp"));
+    EXPECT_EQ(junkMask.GetChCnt(), 0u);
 }
 
 TEST(ImgFile, LoadRestoresSavedFieldsOverTheDefaults) {
@@ -157,19 +168,24 @@ TEST(ImgFile, SaveToPathNamesByTickAndFormat) {
     EXPECT_FALSE(img->SaveFile(nullptr, eImgFmtRaw));
 }
 
-TEST(ImgFile, DamagedRawFilesGiveFalse) {
+TEST(ImgFile, DamagedRawFilesLoadAsFarAsTheyGo) {
     TempDir dir;
     std::filesystem::create_directories(dir.File("D"));
     auto img = Filled<CImg8P>(16, 8, 1);
     img->SaveFile("D:\\good.raw", eImgFmtRaw);
     const auto good = ReadAll(dir.File("D/good.raw"));
+    // The buffer always holds what the size record describes (memory mode 0).
+    auto consistent = [](IImgP& i) { return i.GetInfo().size.GetByteSize() <= i.GetMemSize(); };
 
-    // Truncated inside the pixels: false, with the file's geometry taken.
+    // Cut inside the pixels: sized to the file's geometry, the pixels that
+    // are there read, false.
     WriteAll(dir.File("D/cut.raw"), std::vector<unsigned char>(good.begin(), good.begin() + 2 + 31 + 50));
     CImg8P cut;
     EXPECT_FALSE(cut.LoadFile("D:\\cut.raw"));
     EXPECT_EQ(cut.GetWidth(), 16u);
     EXPECT_EQ(cut.GetHeight(), 8u);
+    EXPECT_EQ(cut.GetMemSize(), 128u);
+    EXPECT_EQ(std::memcmp(cut.GetData(), img->GetData(), 50), 0);
 
     // A version word other than 1 is refused before anything else.
     auto v2 = good;
@@ -179,18 +195,40 @@ TEST(ImgFile, DamagedRawFilesGiveFalse) {
     EXPECT_FALSE(other.LoadFile("D:\\v2.raw"));
     EXPECT_EQ(other.GetWidth(), 0u);
 
-    // A 16-bit file does not fit an 8-bit image.
+    // A 16-bit file in an 8-bit image: sized by the kind, filled as far as
+    // the buffer goes, false.
     auto deep = Filled<CImg16P>(16, 8, 1);
     deep->SaveFile("D:\\deep.raw", eImgFmtRaw);
     CImg8P shallow;
     EXPECT_FALSE(shallow.LoadFile("D:\\deep.raw"));
+    EXPECT_EQ(shallow.GetMemSize(), 128u);
+    EXPECT_EQ(std::memcmp(shallow.GetData(), deep->GetData(), 128), 0);
+    EXPECT_TRUE(consistent(shallow));
 
-    // A geometry with 0 bits per channel needs no bytes in the file, but a
-    // 16-bit image would size 3 GB for it: refused before allocating.
-    WriteAll(dir.File("D/zero.raw"), ReadAll(GRABSYS_TEST_SOURCE_DIR "/../fuzz/regressions/raw_image/zero-bit-channels-claim-3gb"));
-    CImg16P greedy;
-    EXPECT_FALSE(greedy.LoadFile("D:\\zero.raw"));
-    EXPECT_EQ(greedy.GetMemSize(), 0u);
+    // Four 64-bit or eight 32-bit channels wrap to 0 bits per pixel: no
+    // pixel bytes, whatever the geometry, and the load is true.
+    CImgDoubleP wide;
+    ASSERT_TRUE(wide.SetSize(100000, 100000, 4, false));
+    wide.SaveFile("D:\\wide.raw", eImgFmtRaw);
+    CImg32P many;
+    ASSERT_TRUE(many.SetSize(70000, 3, 8, false));
+    many.SaveFile("D:\\many.raw", eImgFmtRaw);
+    // Different geometries, the same length: neither file holds a pixel.
+    EXPECT_EQ(ReadAll(dir.File("D/wide.raw")).size(), ReadAll(dir.File("D/many.raw")).size());
+    CImgDoubleP wideBack;
+    EXPECT_TRUE(wideBack.LoadFile("D:\\wide.raw"));
+    EXPECT_EQ(wideBack.GetWidth(), 100000u);
+    EXPECT_EQ(wideBack.GetMemSize(), 0u);
+    CImg32P manyBack;
+    EXPECT_TRUE(manyBack.LoadFile("D:\\many.raw"));
+    EXPECT_EQ(manyBack.GetChCnt(), 8u);
+
+    // A geometry beyond 4 GiB sizes the buffer and the record alike, in 32
+    // bits: they never disagree.
+    CImg8P huge;
+    EXPECT_TRUE(huge.SetSize(65536, 65537, 1, false));
+    EXPECT_EQ(huge.GetMemSize(), 65536u);
+    EXPECT_TRUE(consistent(huge));
 
     // Every truncation of the whole file, block included, is answered.
     for (size_t n = 0; n < good.size(); n += 3) {
@@ -200,5 +238,6 @@ TEST(ImgFile, DamagedRawFilesGiveFalse) {
         if (n < 2 + 31 + 128) {
             EXPECT_FALSE(ok) << n;
         }
+        EXPECT_TRUE(consistent(t)) << n;
     }
 }

@@ -104,19 +104,43 @@ TEST(ImgKinds, FloatAndDoubleRawFilesKeepTheirLayout) {
     ASSERT_TRUE(d.SaveToRaw("D:\\d.draw"));
     EXPECT_EQ(ReadAll(dir.File("D/d.draw")).size(), 32u + 64u);
 
-    // Short or lying files are refused before anything is sized.
+    // Neither version nor size is checked: a short file is sized by its
+    // header and copies the values it holds.
     WriteAll(dir.File("D/short.fraw"), std::vector<unsigned char>(bytes.begin(), bytes.begin() + 40));
     CImgFloatP s;
-    EXPECT_FALSE(s.LoadFromRaw("D:\\short.fraw"));
+    ASSERT_TRUE(s.LoadFromRaw("D:\\short.fraw"));
+    EXPECT_EQ(s.GetMemSize(), 32u);
+    EXPECT_EQ(s.GetImg()[1], 0.25f);
+    EXPECT_EQ(s.GetResolution().dY, 2.5);
+    // 65536 x 32768 values: the signed 32-bit count is negative, so nothing
+    // is copied, and 4 bytes each wrap the buffer to 0 bytes.
+    auto negative = bytes;
+    const uint32_t wide[2] = {65536, 32768};
+    std::memcpy(&negative[4], wide, sizeof wide);
+    WriteAll(dir.File("D/negative.fraw"), negative);
+    EXPECT_TRUE(s.LoadFromRaw("D:\\negative.fraw"));
+    EXPECT_EQ(s.GetWidth(), 65536u);
     EXPECT_EQ(s.GetMemSize(), 0u);
-    auto huge = bytes;
-    huge[5] = 0xFF;  // width 65284
-    huge[9] = 0xFF;
-    WriteAll(dir.File("D/huge.fraw"), huge);
-    EXPECT_FALSE(s.LoadFromRaw("D:\\huge.fraw"));
-    EXPECT_FALSE(s.LoadFromRaw("D:\\missing.fraw"));
+    // Ten bytes: the missing header bytes read as zeros (no channels).
     WriteAll(dir.File("D/tiny.fraw"), std::vector<unsigned char>(10, 1));
-    EXPECT_FALSE(s.LoadFromRaw("D:\\tiny.fraw"));
+    EXPECT_TRUE(s.LoadFromRaw("D:\\tiny.fraw"));
+    EXPECT_EQ(s.GetHeight(), 257u);
+    EXPECT_EQ(s.GetChCnt(), 0u);
+    EXPECT_FALSE(s.LoadFromRaw("D:\\missing.fraw"));
+
+    // A geometry larger than the buffer (memory mode 2) saves its values
+    // padded with zeros rather than read past the buffer.
+    CImgDoubleP fixed;
+    fixed.SetSize(2, 1, 1, false);
+    fixed.GetImg()[0] = fixed.GetImg()[1] = 9.0;
+    fixed.SetMemMode(eMemModeFixed);
+    fixed.SetSize(3, 1, 1, false);
+    ASSERT_TRUE(fixed.SaveToRaw("D:\\padded.draw"));
+    const auto padded = ReadAll(dir.File("D/padded.draw"));
+    ASSERT_EQ(padded.size(), 32u + 24u);
+    double last = -1;
+    std::memcpy(&last, &padded[48], 8);
+    EXPECT_EQ(last, 0.0);
 }
 
 TEST(ImgKinds, FlatFieldTableStreamsInfoFirst) {
@@ -145,4 +169,17 @@ TEST(ImgKinds, FlatFieldTableStreamsInfoFirst) {
     std::fclose(f);
     EXPECT_FALSE(end.Extract(nullptr));
     EXPECT_FALSE(end.Append(nullptr));
+
+    // Cut behind the block, inside the raw part (version word, 31-byte
+    // size record, 12 pixel bytes): the block's 3 x 2 geometry may not stand
+    // over the empty buffer.
+    const auto stream = ReadAll(dir.File("D/ffc.bin"));
+    const size_t one = stream.size() / 2;
+    WriteAll(dir.File("D/cut.bin"), std::vector<unsigned char>(stream.begin(), stream.begin() + (one - 45 + 2)));
+    f = std::fopen(dir.File("D/cut.bin").c_str(), "rb");
+    CFFCTableP cut;
+    EXPECT_FALSE(cut.Extract(f));
+    std::fclose(f);
+    EXPECT_EQ(cut.GetWidth(), 0u);
+    EXPECT_EQ(cut.GetInfo().camIdx, eCam5);  // the rest of the block stands
 }

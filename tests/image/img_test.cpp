@@ -33,6 +33,24 @@ TEST(Img, SetSizeFollowsTheMemoryMode) {
     ASSERT_TRUE(img.SetSize(1000, 1000, 1, false));  // never reallocates
     EXPECT_EQ(img.GetMemSize(), 100u);
     EXPECT_EQ(img.GetArea(), 1000000u);
+
+    // A caller's buffer is released (size 0) and then cannot be allocated
+    // again: the geometry may not stand over the memory that is gone.
+    std::vector<unsigned char> buffer100(100);
+    CImg8P assigned;
+    assigned.SetMemSource(eMemSrcAssign, buffer100.data(), buffer100.size());
+    ASSERT_TRUE(assigned.SetSize(10, 10, 1, false));  // fits exactly: nothing replaced
+    EXPECT_FALSE(assigned.SetSize(5, 5, 1, false));
+    EXPECT_EQ(assigned.GetMemSize(), 0u);
+    EXPECT_EQ(assigned.GetWidth(), 0u);
+    // Duplicating into it copies nothing, is true, and leaves no geometry
+    // that the buffer lacks.
+    CImg8P source;
+    source.SetSize(4, 4, 1, false);
+    source.GetInfo().frameAttr = 5;
+    EXPECT_TRUE(assigned.DuplicateFromImg(source));
+    EXPECT_EQ(assigned.GetWidth(), 0u);
+    EXPECT_EQ(assigned.GetInfo().frameAttr, 5u);
 }
 
 TEST(Img, RequiredBytesDependOnKindAndChannels) {

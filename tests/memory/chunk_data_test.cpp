@@ -52,16 +52,25 @@ TEST(ChunkData, PushDataDropsRowPaddingAndNeverOverflows) {
     IChunkDataP small;
     ASSERT_TRUE(small.AllocMemory(11, false));
     EXPECT_FALSE(small.PushData(src.data(), 4, 3, 0));
-    EXPECT_FALSE(small.PushData(src.data(), SIZE_MAX / 2, 3, 0));  // product overflows
+    EXPECT_FALSE(small.PushData(src.data(), SIZE_MAX / 2, 3, 0));  // wraps to more than 11
     EXPECT_FALSE(small.PushData(nullptr, 1, 1, 0));
     EXPECT_TRUE(small.PushData(nullptr, 0, 5, 0));  // nothing to copy
+    // Without padding the wrapped product is what is copied (here nothing);
+    // row by row the true product would be, so there it is refused.
+    const size_t half = size_t{1} << (sizeof(size_t) * 8 - 1);
+    EXPECT_TRUE(small.PushData(src.data(), half, 2, 0));
+    EXPECT_FALSE(small.PushData(src.data(), half, 2, 1));
 }
 
 TEST(ChunkData, ManagerChunksReturnTheirPiece) {
     std::vector<unsigned char> region(256);
-    CMemBlockMngP mng;
+    CMemBlockMngP mng, other;
     mng.AssignMemBlock(region.data(), region.size());
     IChunkDataP chunk;
+    ASSERT_TRUE(chunk.SetMemSource(eMemSrcMng, &other, 0));
+    // Holding no piece, it has nothing the manager would take back (a null
+    // address is refused), yet it may still move to another manager.
+    EXPECT_FALSE(chunk.ReleaseMemory());
     ASSERT_TRUE(chunk.SetMemSource(eMemSrcMng, &mng, 0));
     EXPECT_EQ(chunk.GetMemSize(), 0u);  // nothing taken yet
     ASSERT_TRUE(chunk.AllocMemory(100, false));
@@ -77,9 +86,11 @@ TEST(ChunkData, ManagerChunksReturnTheirPiece) {
     mng.DischargeMemBlock();
     EXPECT_FALSE(chunk.ReleaseMemory());
     EXPECT_EQ(chunk.GetData(), piece);  // kept: the manager refused it
-    // And it cannot switch away while it still holds a piece it could not
-    // return: the heap source would free memory it does not own.
-    EXPECT_FALSE(chunk.SetMemSource(eMemSrcNew, nullptr, 0));
+    // The move to the heap happens all the same, forgetting the piece, which
+    // the heap source would otherwise free.
+    ASSERT_TRUE(chunk.SetMemSource(eMemSrcNew, nullptr, 0));
+    EXPECT_EQ(chunk.GetData(), nullptr);
+    EXPECT_EQ(chunk.GetMemSource(), eMemSrcNew);
 }
 
 TEST(ChunkData, DeviceBufferBecomesTheDataAddress) {
@@ -98,9 +109,13 @@ TEST(ChunkData, DeviceBufferBecomesTheDataAddress) {
     ASSERT_TRUE(src.ReleaseMemory());
     EXPECT_EQ(src.GetData(), nullptr);
 
-    // A chunk that cannot grow refuses to duplicate instead of overflowing.
-    std::vector<unsigned char> tiny(8);
+    // A caller's buffer cannot be re-allocated (its release sets the size
+    // to 0): the duplicate is true and copies as far as the chunk reaches,
+    // which is nothing, instead of overflowing the buffer.
+    std::vector<unsigned char> tiny(8, 7);
     IChunkDataP fixed;
     fixed.SetMemSource(eMemSrcAssign, tiny.data(), tiny.size());
-    EXPECT_FALSE(fixed.DuplicateFromChunk(dst));
+    EXPECT_TRUE(fixed.DuplicateFromChunk(dst));
+    EXPECT_EQ(fixed.GetMemSize(), 0u);
+    EXPECT_EQ(tiny, std::vector<unsigned char>(8, 7));
 }

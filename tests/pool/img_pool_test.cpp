@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <string>
 #include <vector>
 
 #include "grabsystem/image/img_kinds.h"
@@ -75,11 +76,28 @@ TEST(ImgPool, PushImgStoresTheFrameAttributeAndLogs) {
     other.GetInfo().frameAttr = 11;
     ASSERT_TRUE(p.pool.PushImg(other));
     EXPECT_EQ(p.pool.GetImg(1)->GetInfo().frameAttr, 11u);
-    // An image whose geometry claims more than its memory is refused.
+    // An image whose geometry claims more than its memory is refused
+    // before it could be read past its end, with a failed push's two lines.
     CImg8P liar;
     liar.SetMemMode(eMemModeFixed);
     liar.SetSize(640, 480, 1, false);
+    log.Clear();
     EXPECT_FALSE(p.pool.PushImg(liar));
+    EXPECT_EQ(log.Texts(), (std::vector<std::string>{"5>Start Push", "5>PushImg fail"}));
+}
+
+TEST(ImgPool, AnImageThatGotNoMemoryCannotBeResized) {
+    // Room for two images (and 64 bytes): the third gets no piece.
+    Pool p(8, ePoolNormal, 64, 1);
+    p.pool.Add(3);
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(p.pool.Push());
+    IImgP* starved = p.pool.GetImg(2);
+    ASSERT_EQ(starved->GetMemSize(), 0u);
+    // Resizing releases first, and the manager refuses a piece it never gave.
+    EXPECT_FALSE(starved->SetSize(4, 4, 1, false));
+    EXPECT_EQ(starved->GetWidth(), 0u);
+    EXPECT_TRUE(starved->SetSize(0, 7, 1, false));  // needs nothing: no release
+    EXPECT_TRUE(p.pool.GetImg(0)->SetSize(8, 8, 1, false));
 }
 
 TEST(ImgPool, ImagesMadeBeforeConfigKeepLibraryDefaults) {

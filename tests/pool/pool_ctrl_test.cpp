@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "grabsystem/pool/pool_ctrl.h"
@@ -218,4 +221,22 @@ TEST_F(PoolCtrl, LiveFpsAcrossTickWrap) {
     pool.Push();
     // Span 0x20 modulo 2^32, minus one.
     EXPECT_DOUBLE_EQ(pool.GetLiveFps(), 3000.0 / 31.0);
+}
+
+TEST(PoolCtrlLocking, LiveFpsIsReadUnderThePoolMutex) {
+    struct OpenPool : CPoolCtrlP {
+        OpenPool() : CPoolCtrlP(0, nullptr) {}
+        using CPoolCtrlP::m_mutex;
+    } pool;
+    std::atomic<bool> read{false};
+    pool.m_mutex.Lock();
+    std::thread reader([&] {
+        pool.GetLiveFps();
+        read = true;
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_FALSE(read) << "GetLiveFps ran while another thread held the pool mutex";
+    pool.m_mutex.Unlock();
+    reader.join();
+    EXPECT_TRUE(read);
 }

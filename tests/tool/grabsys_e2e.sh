@@ -82,8 +82,9 @@ errors)
   printf 'file' >"$T/plainfile"
   expect_error "output folder" arm extract "$T/demo/armraw" -o "$T/plainfile/sub"
   expect_error "cannot open" package export "$T/missing.dbg"
-  head -c 40 "$T/demo/packages/image.dbg" >"$T/short.dbg"
-  expect_error "failed to load" package export "$T/short.dbg" --root "$T/r"
+  # An image package that counts no records does not load.
+  printf '\002\000\000\000\000\000\000\000\000\000\000\000' >"$T/norecords.dbg"
+  expect_error "failed to load" package export "$T/norecords.dbg" --root "$T/r"
   expect_error "not a file of this system" info "$T/plainfile"
   expect_error "cannot read" info "$T/missing.raw"
   expect_error "cannot write the package" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/plainfile/p.dbg"

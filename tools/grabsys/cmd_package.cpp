@@ -160,6 +160,9 @@ int RunPackageExport(const std::vector<std::string>& files, const std::string& r
     fs::create_directories(root, ec);
     if (!fs::is_directory(root, ec)) return Fail(root + ": cannot create the drive root");
     platform::SetDriveRoot(fs::absolute(root).string());
+    // A general package writes its project file into D:\vormex, which the
+    // library expects to exist, as it does on a scanner workstation.
+    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\vormex");
 
     CDebugPackageExporterP exporter;
     const bool ok = exporter.ExprotPackage(files);

@@ -46,6 +46,9 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     platform::SetDriveRoot(o.outputDir);
     const std::string dir = o.outputDir + "/packages/";
     DrasselSpace::FileToolP::CreateDirectoryRecursively(dir);
+    // The general package's project file goes into D:\vormex, which the
+    // library expects to exist, as it does on a scanner workstation.
+    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\vormex");
     out << "Debug packages: " << o.cameras << " cameras x " << o.frames << " frames of " << o.width << " x "
         << o.height << "\n";
 

@@ -57,7 +57,9 @@ void ImgSize::_Derive() {
     m_bytesPerChannel = static_cast<uint8_t>((m_bitsPerChannel + 7u) / 8u);
     const uint32_t bytesPerPixel = BytesPerPixelFor(m_bitsPerPixel);
     m_bytesPerPixel = static_cast<uint8_t>(bytesPerPixel);
-    m_byteSize = m_area * bytesPerPixel;
+    // The same 32-bit arithmetic as the memory an image reserves for this
+    // geometry, so that the record never claims bytes the buffer lacks.
+    m_byteSize = static_cast<uint32_t>(bytesPerPixel * static_cast<uint32_t>(m_area));
 }
 
 void ImgSize::Set(uint32_t width, uint32_t height, uint8_t channels) {

@@ -86,12 +86,14 @@ public:
 
     ImgSize() = default;
     ImgSize(uint32_t width, uint32_t height, uint8_t channels, uint8_t bitsPerChannel);
-    virtual ~ImgSize() = default;
     ImgSize(const ImgSize&) = default;
     ImgSize& operator=(const ImgSize&) = default;
 
+    // The record's own serialisation is its first virtual operation, as the
+    // raw image format has always called it; the destructor comes last.
     virtual bool Append(FILE* file) const;
     virtual bool Extract(FILE* file);
+    virtual ~ImgSize() = default;
 
     // Sets the geometry and recomputes area, bits and bytes per pixel and
     // the pixel buffer byte size.
@@ -105,6 +107,9 @@ public:
     // Bytes of pixel memory for this geometry: bits per pixel (channels x
     // bits per channel, truncated to 8 bits) of 1 or 8 take one byte, of 10,
     // 12 or 16 two bytes, any other value bitsPerPixel / 8 bytes per pixel.
+    // Formed in 32-bit unsigned arithmetic, as an image sizes its memory:
+    // a geometry beyond 4 GiB wraps, and 4 x 64-bit channels (256 bits,
+    // truncated to 0) take no bytes at all.
     uint64_t GetByteSize() const { return m_byteSize; }
     uint8_t GetChannels() const { return m_channels; }
     uint8_t GetBitPerPixel() const { return m_bitsPerPixel; }
