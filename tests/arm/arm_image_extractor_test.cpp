@@ -191,10 +191,12 @@ TEST_F(ArmExtractor, DamagedViewFilesFailWithoutReadingPastThem) {
     fs::remove_all(dir.File("D/bad"));
     EXPECT_TRUE(extractAs(patch(12, 600)));
     EXPECT_EQ(grabsys_test::BmpPixels("D:\\bad\\Cam0P\\6\\img4.bmp").size(), 600u * 16u);
-    // Huge passes and groups make a long directory list, but no overflow:
-    // the white frame lands in the second (Q) group of camera 0.
+    // Eight cameras of huge passes and groups make a directory list longer
+    // than 64 bits can count, but no overflow: the white frame lands in the
+    // second (Q) group of camera 0.
     auto huge = patch(24, 0x7FFFFFFFu);
     std::memcpy(&huge[28], &huge[24], 4);
+    huge[20] = 8;
     fs::remove_all(dir.File("D/bad"));
     EXPECT_TRUE(extractAs(huge));
     EXPECT_EQ(Tree(dir.File("D/bad")).count("Cam0Q/6/imgW.bmp"), 1u);

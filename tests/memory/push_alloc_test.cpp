@@ -11,6 +11,12 @@
 #include "grabsystem/memory/chunk_pool_ctrl.h"
 #include "grabsystem/pool/img_pool_ctrl.h"
 
+// The replacements below pair malloc with free throughout; GCC, inlining
+// them, takes free() of what operator new returned for a mismatch.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic ignored "-Wmismatched-new-delete"
+#endif
+
 namespace {
 std::atomic<long> g_allocations{0};
 
