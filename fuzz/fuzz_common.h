@@ -41,9 +41,9 @@ inline std::string WriteInput(const std::string& name, const uint8_t* data, size
 // honours what its formats ask for up to the 4 GiB their 32-bit sizes reach
 // (memory, and the bytes it then writes); a fuzzer has far less room, and an
 // input that merely asks for much finds no fault by it.
-constexpr uint64_t kMaxBytes = uint64_t{64} << 20;
+constexpr uint64_t kMaxBytes = uint64_t{8} << 20;
 // Frames an input may make the library write (each export frame is a file).
-constexpr uint64_t kMaxFrames = 1024;
+constexpr uint64_t kMaxFrames = 256;
 
 // The little-endian word at `at`; bytes past the end read as zeros, as the
 // library's readers take them.

@@ -88,7 +88,7 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
     // A file shorter than the header reads the missing bytes as zeros.
     OneViewArmImageDataHeader header;
     std::memset(&header, 0, sizeof header);
-    std::memcpy(&header, file.get(), static_cast<size_t>(std::min<uint64_t>(size, sizeof header)));
+    if (size != 0) std::memcpy(&header, file.get(), static_cast<size_t>(std::min<uint64_t>(size, sizeof header)));
     const uint32_t frameCount = header.sinFrameCount + header.whiteFrameCount;  // 32-bit, wraps
 
     std::vector<std::unique_ptr<IImgP>> owned;

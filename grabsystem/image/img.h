@@ -136,8 +136,9 @@ protected:
     // Zero-fills min(bytes, memory size) bytes.
     void _ZeroFill(uint64_t bytes);
     // The first `bytes` bytes of the pixels; where the buffer holds fewer
-    // (memory mode 2), a zero-padded copy held by `copy` (null when that
-    // cannot be allocated). Writers use it rather than read past the buffer.
+    // (memory mode 2), a zero-padded copy held by `copy`. Null for an image
+    // without memory, or when the copy cannot be allocated. Writers use it
+    // rather than read past the buffer.
     const unsigned char* _PaddedPixels(uint64_t bytes, std::unique_ptr<unsigned char[]>& copy);
     // In memory modes 0 and 1 the geometry never describes more bytes than
     // the buffer holds: one that does becomes 0 x 0 (channels kept).

@@ -98,9 +98,12 @@ bool LoadValueRaw(IImgP& img, const std::string& path) {
 CImg8P::CImg8P() { _SetBitPerCn(8); }
 
 bool CImg8P::_SaveBmp(const char* path) {
+    // Pad only what the writer reads: a geometry it refuses is never read.
+    const uint64_t read =
+        ImageIOToolP::PixelBytesRead(GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()));
     std::unique_ptr<unsigned char[]> padded;
-    const unsigned char* pixels = _PaddedPixels(Values(*this), padded);
-    if (pixels == nullptr) return false;
+    const unsigned char* pixels = _PaddedPixels(read, padded);
+    if (pixels == nullptr && read != 0) return false;
     return ImageIOToolP::SaveBMP(path, const_cast<unsigned char*>(pixels), GetWidth(), GetHeight(),
                                  static_cast<ePixelFormatP>(GetChCnt()));
 }
@@ -134,7 +137,7 @@ bool CImgFloatP::_SaveBmp(const char* path) {
     const uint64_t n = uint64_t{GetWidth()} * GetHeight();
     std::unique_ptr<unsigned char[]> padded;
     const auto* values = reinterpret_cast<const float*>(_PaddedPixels(n * sizeof(float), padded));
-    if (values == nullptr) throw std::bad_alloc();
+    if (values == nullptr && n != 0) throw std::bad_alloc();
 
     // The maximum starts at the smallest positive normal double, so an
     // image of negative values only stretches as if its maximum were 0.

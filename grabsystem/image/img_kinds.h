@@ -12,6 +12,10 @@
 // Flat-field table stream (CFFCTableP::Append / Extract), at the stream's
 // current position: the CImgInfo block tagged with format 2, then the raw
 // format (version word, ImgSize record, pixels).
+//
+// A geometry larger than the buffer (memory mode 2 keeps the buffer) is
+// written from the pixels the buffer holds and zeros for the rest, by every
+// saver here and by the raw format: nothing reads past the buffer.
 #pragma once
 
 #include <cstdint>

@@ -5,7 +5,11 @@
 // use, serves requests from the untouched tail of the region first and from
 // gaps between pieces second (first fit, in allocation order), and takes
 // pieces back on release. Released memory is not merged back into the tail.
-// No alignment is applied.
+// No alignment is applied. Gaps are judged in allocation order, which stops
+// being address order once a gap is reused: a new piece may then overlap a
+// piece further on in the array, as the policy has it; a piece whose
+// predecessor in the array lies behind it has no gap before it, since the
+// difference would place a piece outside the region.
 //
 // Threads: every public operation takes the main mutex, so pieces may be
 // allocated and released from several threads. The mutex is re-entrant: the

@@ -35,19 +35,24 @@ uint64_t RowStride(uint64_t width, uint32_t bitsPerPixel) { return ((width * bit
 
 }  // namespace
 
+unsigned long long ImageIOToolP::PixelBytesRead(unsigned width, unsigned height, ePixelFormatP format) {
+    if (width == 0 || height == 0 || width > kMaxSide || height > kMaxSide) return 0;
+    if (format != ePixelFormatGray8 && format != ePixelFormatBGR24 && format != ePixelFormatBGRA32) return 0;
+    const auto channels = static_cast<uint32_t>(format);
+    const uint64_t fileSize = kFileHeader + kInfoHeader + (channels == 1 ? 256 * 4 : 0) +
+                              RowStride(width, channels * 8) * height;
+    return fileSize > UINT32_MAX ? 0 : uint64_t{width} * height * channels;
+}
+
 bool ImageIOToolP::SaveBMP(const char* path, unsigned char* pixels, unsigned width, unsigned height,
                            ePixelFormatP format) {
-    if (path == nullptr || pixels == nullptr || width == 0 || height == 0 || width > kMaxSide ||
-        height > kMaxSide)
-        return false;
-    if (format != ePixelFormatGray8 && format != ePixelFormatBGR24 && format != ePixelFormatBGRA32) return false;
+    if (path == nullptr || pixels == nullptr || PixelBytesRead(width, height, format) == 0) return false;
     const uint32_t channels = static_cast<uint32_t>(format);
     const uint32_t bitsPerPixel = channels * 8;
     const uint32_t paletteBytes = channels == 1 ? 256 * 4 : 0;
     const uint64_t stride = RowStride(width, bitsPerPixel);
     const uint64_t offset = kFileHeader + kInfoHeader + paletteBytes;
     const uint64_t fileSize = offset + stride * height;
-    if (fileSize > UINT32_MAX) return false;
 
     std::vector<unsigned char> head(offset, 0);
     head[0] = 'B';

@@ -28,9 +28,15 @@ enum ePixelFormatP : int {
 class GRABSYSTEM_EXPORT ImageIOToolP {
 public:
     // Writes width x height pixels of `format` channels. False for a null
-    // path or pixels, a zero size, an unsupported format, or a failed write.
+    // path or pixels, a geometry or format that PixelBytesRead refuses, or a
+    // failed write.
     static bool SaveBMP(const char* path, unsigned char* pixels, unsigned width, unsigned height,
                         ePixelFormatP format);
+
+    // The bytes of `pixels` that SaveBMP reads for this geometry: width x
+    // height x channels; 0 when it refuses the geometry (a side of 0 or
+    // beyond 65536, or a file beyond 4 GiB) or the format, and reads nothing.
+    static unsigned long long PixelBytesRead(unsigned width, unsigned height, ePixelFormatP format);
 
     // Decodes a BMP into a buffer allocated with new[] (the caller frees it
     // with delete[]). On failure returns false and leaves `pixels` null and
