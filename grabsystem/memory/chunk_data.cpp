@@ -100,6 +100,10 @@ bool IChunkDataP::ReleaseMemory() {
     return result;
 }
 
+void* IChunkDataP::GetDevicePointer() {
+    return m_device == nullptr ? nullptr : Zentrik::CDeviceManager::GetDevicePointer(m_device);
+}
+
 void IChunkDataP::_ReleaseDevice() {
     if (m_device == nullptr) return;
     Zentrik::CDeviceManager::ReleaseMemory(m_device);

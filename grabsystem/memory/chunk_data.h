@@ -53,6 +53,10 @@ public:
     size_t GetMemSize() const { return static_cast<size_t>(m_block->size); }
     // The device buffer if there is one, else the host memory.
     void* GetData() { return m_device != nullptr ? m_device : m_block->address; }
+    // The address under which a GPU reads the device buffer (see
+    // Zentrik::CDeviceManager); null without a device buffer, or where host
+    // memory stands in for device memory.
+    void* GetDevicePointer();
 
     // Copies `rows` rows of `rowBytes` bytes from `src` into the host memory,
     // skipping `rowGap` padding bytes after each source row. The destination

@@ -5,6 +5,7 @@
 
 #include "grabsystem/memory/chunk_data.h"
 #include "grabsystem/memory/mem_block_mng.h"
+#include "grabsystem/platform/device/device_manager.h"
 
 using namespace GrabSystem;
 
@@ -97,6 +98,12 @@ TEST(ChunkData, DeviceBufferBecomesTheDataAddress) {
     IChunkDataP src, dst;
     ASSERT_TRUE(src.AllocMemory(32, true));
     void* device = src.GetData();
+    // Page-aligned whatever backs it; a GPU address only where CUDA does.
+    EXPECT_EQ(reinterpret_cast<uintptr_t>(device) % 4096, 0u);
+    EXPECT_EQ(src.GetDevicePointer() != nullptr, Zentrik::CDeviceManager::IsCudaBacked());
+    EXPECT_NE(Zentrik::CDeviceManager::Describe().find(Zentrik::CDeviceManager::IsCudaBacked() ? "CUDA" : "host memory"),
+              std::string::npos);
+    EXPECT_EQ(dst.GetDevicePointer(), nullptr);  // no device buffer
     std::fill_n(static_cast<unsigned char*>(device), 32, 0xAB);
     // PushData writes the host block, not the device buffer.
     std::vector<unsigned char> frame(32, 1);

@@ -4,6 +4,7 @@
 #include <iostream>
 #include <mutex>
 
+#include "grabsystem/platform/device/device_manager.h"
 #include "grabsystem/platform/logger/logger.h"
 #include "grabsystem/platform/os/os.h"
 
@@ -62,6 +63,7 @@ void AttachLogger(bool verbose) {
         PelvaneSpace::Logger::GetInstance()->SetSink(nullptr);
         return;
     }
+    std::cerr << "grabsys: device memory: " << Zentrik::CDeviceManager::Describe() << "\n";
     PelvaneSpace::Logger::GetInstance()->SetSink(
         [](int kind, const std::string& text) { std::cerr << "[log " << kind << "] " << text << "\n"; });
 }

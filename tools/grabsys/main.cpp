@@ -12,6 +12,7 @@
 #include "cli_common.h"
 #include "commands.h"
 #include "grab_demo.h"
+#include "grabsystem/platform/device/device_manager.h"
 #include "package_demo.h"
 
 namespace {
@@ -31,6 +32,7 @@ int RunDemo(grabsys::GrabDemoOptions grab, grabsys::ArmDemoOptions arm, grabsys:
     std::ostringstream quiet;
     std::ostream& out = output.quiet ? static_cast<std::ostream&>(quiet) : std::cout;
     std::vector<grabsys::StageSummary> summary;
+    out << "Device memory: " << Zentrik::CDeviceManager::Describe() << "\n\n";
     bool ok = grabsys::RunGrabDemo(grab, out, summary);
     if (!ok) grabsys::Fail("demo: frames were corrupted on the grab path");
     out << "\n";

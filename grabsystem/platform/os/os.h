@@ -134,5 +134,14 @@ GRABSYSTEM_EXPORT void FreePages(void* pages, uint64_t size);
 // Whether the stream is an interactive terminal (for progress output).
 GRABSYSTEM_EXPORT bool IsTerminal(FILE* stream);
 
+// ---------------------------------------------------------------- libraries
+
+// Loads a shared library by file name (dlopen / LoadLibrary), for the
+// services the library uses only where they are installed; null when it is
+// not there. A library loaded here stays loaded for the life of the process.
+GRABSYSTEM_EXPORT void* OpenLibrary(const char* name);
+// The address of `symbol` in a library from OpenLibrary; null when missing.
+GRABSYSTEM_EXPORT void* FindSymbol(void* library, const char* symbol);
+
 }  // namespace platform
 }  // namespace GrabSystem

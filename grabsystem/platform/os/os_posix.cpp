@@ -1,4 +1,5 @@
 // POSIX implementation of the OS layer.
+#include <dlfcn.h>
 #include <errno.h>
 #include <stdio.h>
 #include <pthread.h>
@@ -159,6 +160,14 @@ void FreePages(void* pages, uint64_t size) {
 }
 
 bool IsTerminal(FILE* stream) { return stream != nullptr && isatty(fileno(stream)) != 0; }
+
+// ---------------------------------------------------------------- libraries
+
+void* OpenLibrary(const char* name) { return name == nullptr ? nullptr : dlopen(name, RTLD_NOW | RTLD_LOCAL); }
+
+void* FindSymbol(void* library, const char* symbol) {
+    return library == nullptr || symbol == nullptr ? nullptr : dlsym(library, symbol);
+}
 
 }  // namespace platform
 }  // namespace GrabSystem

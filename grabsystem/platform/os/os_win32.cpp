@@ -94,5 +94,14 @@ void FreePages(void* pages, uint64_t) {
 
 bool IsTerminal(FILE* stream) { return stream != nullptr && _isatty(_fileno(stream)) != 0; }
 
+// ---------------------------------------------------------------- libraries
+
+void* OpenLibrary(const char* name) { return name == nullptr ? nullptr : static_cast<void*>(LoadLibraryA(name)); }
+
+void* FindSymbol(void* library, const char* symbol) {
+    if (library == nullptr || symbol == nullptr) return nullptr;
+    return reinterpret_cast<void*>(GetProcAddress(static_cast<HMODULE>(library), symbol));
+}
+
 }  // namespace platform
 }  // namespace GrabSystem
