@@ -64,6 +64,10 @@ bool ArmImageExtractor::ParseArmRawFile(std::string directory, std::vector<int>&
 bool ArmImageExtractor::OutputOneViewArmImages(OutputOneViewArmImageParm parm, std::vector<int>* failedViews,
                                                unsigned char sourceCount) {
     if (failedViews == nullptr) return false;
+    for (int i = 0; i < 3; ++i) {
+        m_extracted[i].Set(0);
+        m_failed[i].Set(0);
+    }
     for (unsigned i = 0; i < sourceCount; ++i) {
         failedViews[i].clear();
         if (i >= 3 || parm.views[i].empty()) continue;
@@ -71,10 +75,22 @@ bool ArmImageExtractor::OutputOneViewArmImages(OutputOneViewArmImageParm parm, s
         if (!FileToolP::IsDirectoryExists(input)) continue;
         const std::string output = WithTrailingBackslash(parm.outputDir);
         if (!FileToolP::IsDirectoryExists(output) && !FileToolP::CreateDirectoryRecursively(output)) continue;
-        for (int view : parm.views[i])
-            if (!_Extract({view, input, output, parm.mode})) failedViews[i].push_back(view);
+        for (int view : parm.views[i]) {
+            const bool extracted = _Extract({view, input, output, parm.mode});
+            if (!extracted) failedViews[i].push_back(view);
+            (extracted ? m_extracted[i] : m_failed[i]).Add();
+        }
     }
     return true;
+}
+
+ExtractCounters ArmImageExtractor::GetCounters() const {
+    ExtractCounters c;
+    for (int i = 0; i < 3; ++i) {
+        c.extracted[i] = m_extracted[i].Get();
+        c.failed[i] = m_failed[i].Get();
+    }
+    return c;
 }
 
 bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {

@@ -31,8 +31,10 @@
 #include <vector>
 
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/arm/arm_counters.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
 #include "grabsystem/platform/os/os.h"
+#include "grabsystem/pool/counter.h"
 
 namespace GrabSystem {
 
@@ -83,6 +85,10 @@ public:
     // One view, synchronously (the body of the per-view thread).
     bool ExtractView(const ExtractArmImageParam& param) { return _Extract(param); }
 
+    // The views extracted and failed per source by the last (or running)
+    // OutputOneViewArmImages call; read from any thread without a lock.
+    ExtractCounters GetCounters() const;
+
 private:
     bool _Extract(ExtractArmImageParam param);
     bool _Save(std::vector<IImgP*>& frames, ExtractArmImageParam param, OneViewArmImageDataHeader header);
@@ -94,6 +100,7 @@ private:
     void _AsyncExtract(void*& threadHandle, ExtractArmImageThreadParam& threadParam);
 
     std::map<int, int> m_frameNumbers;
+    Count m_extracted[3], m_failed[3];
 };
 
 }  // namespace GrabSystem

@@ -38,23 +38,40 @@ CArmImageOutputMemory* CArmImageOutputMng::_GetAvaliableMemory(uint64_t required
 }
 
 eAddOneViewImageRlt CArmImageOutputMng::AddOneViewImages(COneViewArmImageData* data, int) {
-    if (data == nullptr) return eAddRltNoMemory;
+    if (data == nullptr) {
+        m_refusedNoMemory.Add();
+        return eAddRltNoMemory;
+    }
     const int view = data->GetViewIdx();
     _Log("ArmCost--CArmImageOutputMng::AddOneViewImages - 1", view);
     const uint64_t required = data->GetMemoryRequired();
     _Log("ArmCost--_GetAvaliableMemory - 1", view);
     CArmImageOutputMemory* block = _GetAvaliableMemory(required);
-    while (block == nullptr) {
-        platform::SleepMs(kMemoryPollMs);
-        block = _GetAvaliableMemory(required);
+    if (block == nullptr) {
+        const uint32_t since = platform::GetTickMs();
+        do {
+            platform::SleepMs(kMemoryPollMs);
+            block = _GetAvaliableMemory(required);
+        } while (block == nullptr);
+        const uint32_t waited = platform::GetTickMs() - since;  // the tick wraps; the difference does not care
+        m_waits.Add();
+        m_waitMsTotal.Add(waited);
+        m_waitMsLongest.Max(waited);
     }
     _Log("ArmCost--_GetAvaliableMemory - 2", view);
-    if (!data->SetAvaliableMemory(block)) return eAddRltNoMemory;
+    if (!data->SetAvaliableMemory(block)) {
+        m_refusedNoMemory.Add();
+        return eAddRltNoMemory;
+    }
     _Log("ArmCost--CompressMemoryData - 1", view);
-    if (!data->CompressMemoryData()) return eAddRltCompressFailed;
+    if (!data->CompressMemoryData()) {
+        m_refusedCompressFailed.Add();
+        return eAddRltCompressFailed;
+    }
     _Log("ArmCost--CompressMemoryData - 2", view);
-    data->SaveToFile();
+    if (!data->SaveToFile()) m_saveFailed.Add();
     delete data;
+    m_written.Add();
     _Log("ArmCost--CArmImageOutputMng::AddOneViewImages - 2", view);
     return eAddRltOk;
 }
@@ -107,8 +124,9 @@ unsigned long CArmImageOutputMng::_ThreadFunc(void* self) {
         std::unique_ptr<COneViewArmImageData> data = mng->_Pop(taken);
         if (taken) {
             mng->_SetBusyStatus(true);
-            if (data) data->SaveToFile();
+            if (data && !data->SaveToFile()) mng->m_saveFailed.Add();
             mng->_SetBusyStatus(false);
+            if (data) mng->m_writtenByWorker.Add();
         } else {
             platform::SleepMs(kIdlePollMs);
         }
@@ -138,6 +156,25 @@ void CArmImageOutputMng::WaitAllTaskDone() {
         }
         platform::SleepMs(kMemoryPollMs);
     }
+}
+
+OutputCounters CArmImageOutputMng::GetCounters() const {
+    OutputCounters c;
+    c.written = m_written.Get();
+    c.refusedNoMemory = m_refusedNoMemory.Get();
+    c.refusedCompressFailed = m_refusedCompressFailed.Get();
+    c.saveFailed = m_saveFailed.Get();
+    c.waits = m_waits.Get();
+    c.waitMsTotal = m_waitMsTotal.Get();
+    c.waitMsLongest = m_waitMsLongest.Get();
+    c.writtenByWorker = m_writtenByWorker.Get();
+    return c;
+}
+
+void CArmImageOutputMng::ResetCounters() {
+    for (Count* count : {&m_written, &m_refusedNoMemory, &m_refusedCompressFailed, &m_saveFailed, &m_waits,
+                         &m_waitMsTotal, &m_waitMsLongest, &m_writtenByWorker})
+        count->Set(0);
 }
 
 void CArmImageOutputMng::_DeleteAllViewArmImageDatas() {

@@ -23,9 +23,11 @@
 #include <vector>
 
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/arm/arm_counters.h"
 #include "grabsystem/arm/arm_image_output_memory.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
 #include "grabsystem/platform/os/os.h"
+#include "grabsystem/pool/counter.h"
 
 namespace GrabSystem {
 
@@ -75,6 +77,11 @@ public:
     size_t GetMemoryPoolSize() const { return m_pool.size(); }
     size_t GetQueuedCount();
 
+    // What the manager has done since it was made or last reset (see
+    // OutputCounters); read at any time from any thread, without a lock.
+    OutputCounters GetCounters() const;
+    void ResetCounters();
+
 private:
     static unsigned long _ThreadFunc(void* self);
     // Takes the front entry off the queue; `taken` says whether there was
@@ -96,6 +103,8 @@ private:
     platform::ThreadHandle m_worker = nullptr;
     bool m_abort GUARDED_BY(m_lock) = false;
     bool m_busy GUARDED_BY(m_lock) = false;
+    Count m_written, m_refusedNoMemory, m_refusedCompressFailed, m_saveFailed, m_waits, m_waitMsTotal,
+        m_waitMsLongest, m_writtenByWorker;
 };
 
 }  // namespace GrabSystem

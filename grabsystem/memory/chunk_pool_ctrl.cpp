@@ -112,12 +112,21 @@ bool CChunkPoolCtrlP::_PushData(void* src, size_t rowBytes, size_t rows, size_t 
     IChunkDataP* chunk = _Find(size);
     const bool ringing = chunk == nullptr;
     if (ringing) {
-        if (m_mode != ePoolRing) return false;
-        chunk = _FindOldestUsing(size);
-        if (chunk == nullptr) return false;
+        // Refused when nothing can be rung; it is "too large" when not even
+        // a chunk in use could have taken it.
+        IChunkDataP* oldest = _FindOldestUsing(size);
+        if (m_mode != ePoolRing || oldest == nullptr) {
+            _CountRefusal(oldest == nullptr);
+            return false;
+        }
+        chunk = oldest;
     }
     _Log(eLogTagDetail, "%d>Pushing -> %p", static_cast<void*>(chunk));
-    if (!chunk->PushData(src, rowBytes, rows, rowGap)) return false;
+    if (!chunk->PushData(src, rowBytes, rows, rowGap)) {
+        _CountRefusal(true);  // a product the chunk cannot copy: no chunk can take it
+        return false;
+    }
+    _CountCopied(size);
     if (!ringing) return _Push(chunk);
 
     // A rung chunk is not a new arrival for the frame-rate meter, and the
@@ -125,6 +134,7 @@ bool CChunkPoolCtrlP::_PushData(void* src, size_t rowBytes, size_t rows, size_t 
     _Log(eLogTagDetail, "%d>Ringing %p", static_cast<void*>(chunk));
     chunk->PopAndAppend(_UsingEnd());
     chunk->SetState(eNodeUsing, _PopNextSerialNum());
+    _CountOverwrite();
     return true;
 }
 

@@ -152,8 +152,11 @@ bool CPoolCtrlP::Push() {
         // concurrent push or release cannot hand us a half-linked node.
         platform::MutexLock lock(m_mutex);
         first = m_waitingBegin->NextNode();
+        if (first == nullptr || first == m_waitingEnd.get()) {
+            _CountRefusal(false);
+            return false;
+        }
     }
-    if (first == nullptr || first == m_waitingEnd.get()) return false;
     return Push(first);
 }
 
@@ -230,6 +233,9 @@ bool CPoolCtrlP::_Push(IPoolNodeP* node) {
     node->SetState(eNodeUsing, _PopNextSerialNum());
     if (m_fps) m_fps->AddStamp(node->GetTimeStamp());
     m_lastNode = node;
+    m_pushed.Add();
+    m_inUse.Add();
+    m_maxInUse.Max(m_inUse.Get());
     return true;
 }
 
@@ -239,7 +245,30 @@ bool CPoolCtrlP::_Release(IPoolNodeP* node) {
     node->PopAndAppend(m_waitingEnd.get());
     node->SetState(eNodeWaiting, 0);
     m_lastNode = node;
+    m_released.Add();
+    m_inUse.Subtract();
     return true;
+}
+
+void CPoolCtrlP::_CountRefusal(bool tooLarge) { (tooLarge ? m_refusedTooLarge : m_refusedNoFreeNode).Add(); }
+
+PoolCounters CPoolCtrlP::GetCounters() const {
+    PoolCounters c;
+    c.pushed = m_pushed.Get();
+    c.refusedNoFreeNode = m_refusedNoFreeNode.Get();
+    c.refusedTooLarge = m_refusedTooLarge.Get();
+    c.overwritten = m_overwritten.Get();
+    c.released = m_released.Get();
+    c.maxInUse = m_maxInUse.Get();
+    c.bytesCopied = m_bytesCopied.Get();
+    return c;
+}
+
+void CPoolCtrlP::ResetCounters() {
+    platform::MutexLock lock(m_mutex);
+    for (Count* count : {&m_pushed, &m_refusedNoFreeNode, &m_refusedTooLarge, &m_overwritten, &m_released, &m_bytesCopied})
+        count->Set(0);
+    m_maxInUse.Set(m_inUse.Get());
 }
 
 bool CPoolCtrlP::_ReleaseAll() {
@@ -248,6 +277,7 @@ bool CPoolCtrlP::_ReleaseAll() {
     if (first == m_usingEnd.get()) return true;
 
     IPoolNodeP* lastUsing = nullptr;
+    uint64_t released = 0;
     for (IPoolNodeP* node = first; node != m_usingEnd.get(); node = node->NextNode()) {
         if (node == nullptr) {
             _Log(eLogTagDetail, "%d>Rls All: link break");
@@ -256,7 +286,10 @@ bool CPoolCtrlP::_ReleaseAll() {
         node->SetState(eNodeWaiting, 0);
         m_lastNode = node;
         lastUsing = node;
+        ++released;
     }
+    m_released.Add(released);
+    m_inUse.Subtract(released);
 
     // Splice the whole chain onto the waiting tail through the virtual
     // setters: no node in between is touched and no time stamp changes.

@@ -25,6 +25,8 @@
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/platform/logger/logger.h"
 #include "grabsystem/platform/os/mutex.h"
+#include "grabsystem/pool/counter.h"
+#include "grabsystem/pool/pool_counters.h"
 #include "grabsystem/pool/pool_node.h"
 
 namespace GrabSystem {
@@ -89,6 +91,13 @@ public:
     // yet released) for as long as it uses it.
     IPoolNodeP* GetNodeWithSerial(uint64_t serial);
 
+    // What the pool has done since it was made or last reset (see
+    // PoolCounters). Read without the pool mutex, at any time: each figure
+    // is exact, figures taken together may be a push apart. The reset
+    // zeroes them; the most in use restarts at the number in use now.
+    PoolCounters GetCounters() const;
+    void ResetCounters();
+
 protected:
     bool _Push(IPoolNodeP* node) REQUIRES(m_mutex);
     bool _Release(IPoolNodeP* node) REQUIRES(m_mutex);
@@ -98,6 +107,13 @@ protected:
     uint64_t _PopNextSerialNum() REQUIRES(m_mutex);
     IPoolNodeP* _GetNodeWithSerial(uint64_t serial) REQUIRES(m_mutex);
     bool _AddLog(PelvaneSpace::CMsgLogP& log);
+
+    // For derived pools: a frame refused (`tooLarge`: no node could take
+    // it, else every node that could was in use), a ring overwrite, and the
+    // bytes of a frame copied into a node.
+    void _CountRefusal(bool tooLarge) REQUIRES(m_mutex);
+    void _CountOverwrite() REQUIRES(m_mutex) { m_overwritten.Add(); }
+    void _CountCopied(uint64_t bytes) REQUIRES(m_mutex) { m_bytesCopied.Add(bytes); }
 
     // Builds and hands over a log line prefixed by "%d>" with the pool id,
     // and only when a log manager is attached: an unattached pool neither
@@ -133,6 +149,9 @@ private:
     unsigned char m_poolId;
     IPoolNodeP* m_lastNode GUARDED_BY(m_mutex) = nullptr;
     std::unique_ptr<CFpsMeterP> m_fps;
+    // Written under the pool mutex, read without it.
+    Count m_pushed, m_refusedNoFreeNode, m_refusedTooLarge, m_overwritten, m_released, m_maxInUse, m_bytesCopied;
+    Count m_inUse;
 };
 
 }  // namespace GrabSystem

@@ -148,6 +148,9 @@ TEST_F(ArmExtractor, FailedViewsAreReportedPerSource) {
     EXPECT_EQ(failed[0], std::vector<int>{5});
     EXPECT_EQ(failed[1], std::vector<int>{9});
     EXPECT_TRUE(failed[2].empty());
+    const ExtractCounters counts = extractor.GetCounters();
+    EXPECT_EQ(std::vector<uint64_t>(counts.extracted, counts.extracted + 3), (std::vector<uint64_t>{1, 1, 0}));
+    EXPECT_EQ(std::vector<uint64_t>(counts.failed, counts.failed + 3), (std::vector<uint64_t>{1, 1, 0}));
     EXPECT_FALSE(extractor.OutputOneViewArmImages(parm, nullptr, 3));
     EXPECT_TRUE(extractor.OutputOneViewArmImages(parm, failed, 0));
 }

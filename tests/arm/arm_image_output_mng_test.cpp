@@ -55,6 +55,9 @@ TEST(ArmOutputMng, WritesTheViewLogsEveryStageAndDestroysIt) {
                          "ArmCost--CArmImageOutputMng::AddOneViewImages - 2(3)",
                      }));
     EXPECT_EQ(mng.AddOneViewImages(nullptr), eAddRltNoMemory);
+    EXPECT_EQ(mng.GetCounters().written, 1u);
+    EXPECT_EQ(mng.GetCounters().refusedNoMemory, 1u);
+    EXPECT_EQ(mng.GetCounters().waits, 0u);
 }
 
 TEST(ArmOutputMng, ReusesFreeBlocksThatAreLargeEnough) {
@@ -80,6 +83,10 @@ TEST(ArmOutputMng, ReusesFreeBlocksThatAreLargeEnough) {
     ASSERT_EQ(mng.AddOneViewImages(NewView(v11, 5, "D:\\out\\5.armraw")), eAddRltOk);
     EXPECT_EQ(mng.GetMemoryPoolSize(), 3u);
     delete holder;
+    const OutputCounters counts = mng.GetCounters();
+    EXPECT_EQ(counts.written, 4u);
+    EXPECT_EQ(counts.refusedCompressFailed, 1u);
+    EXPECT_EQ(counts.refusedNoMemory + counts.waits + counts.saveFailed, 0u);
 }
 
 TEST(ArmOutputMng, WaitsForABlockUntilAViewLetsGo) {
@@ -103,6 +110,14 @@ TEST(ArmOutputMng, WaitsForABlockUntilAViewLetsGo) {
     EXPECT_TRUE(done.load());
     EXPECT_EQ(mng.GetMemoryPoolSize(), 1u);
     EXPECT_TRUE(std::filesystem::exists(dir.File("D/out/2.armraw")));
+    // One wait, at least as long as the block was held.
+    const OutputCounters counts = mng.GetCounters();
+    EXPECT_EQ(counts.waits, 1u);
+    EXPECT_GE(counts.waitMsTotal, 300u);
+    EXPECT_EQ(counts.waitMsLongest, counts.waitMsTotal);
+    EXPECT_EQ(counts.written, 1u);
+    mng.ResetCounters();
+    EXPECT_EQ(mng.GetCounters().waitMsLongest, 0u);
 }
 
 TEST(ArmOutputMng, WorkerSavesQueuedViewsAndStopsCleanly) {
@@ -134,6 +149,8 @@ TEST(ArmOutputMng, WorkerSavesQueuedViewsAndStopsCleanly) {
     mng.StopProcess();
     mng.StopProcess();
     EXPECT_EQ(mng.GetQueuedCount(), 0u);
+    EXPECT_EQ(mng.GetCounters().writtenByWorker, static_cast<uint64_t>(kViews));
+    EXPECT_EQ(mng.GetCounters().written, 0u);  // AddOneViewImages wrote none
     for (int i = 0; i < kViews; ++i) {
         EXPECT_TRUE(std::filesystem::exists(dir.File("D/q/" + std::to_string(i) + ".armraw"))) << i;
         EXPECT_FALSE(blocks[static_cast<size_t>(i)]->GetUsingStatus()) << i;

@@ -112,6 +112,15 @@ void RunRounds(PoolMode mode) {
         std::set<IPoolNodeP*> seen;
         pool.Check(seen);
         EXPECT_EQ(seen, population);
+        // Every serial went to a push into a free chunk or to a ring
+        // overwrite, and every chunk in use was pushed and not yet released.
+        const PoolCounters counts = pool.GetCounters();
+        EXPECT_EQ(counts.pushed + counts.overwritten, pool.GetNextSerialNum()) << "round " << round;
+        EXPECT_EQ(counts.pushed - counts.released, pool.GetUsingCount()) << "round " << round;
+        EXPECT_LE(counts.maxInUse, kChunks);
+        if (mode == ePoolNormal) {
+            EXPECT_EQ(counts.overwritten, 0u);
+        }
         EXPECT_EQ(pool.GetCount(), kChunks);
         EXPECT_EQ(pool.GetUsingMemSize(), kChunks * kFrame);
         if (::testing::Test::HasFailure()) return;

@@ -76,6 +76,21 @@ TEST_F(ChunkPool, NormalModeDropsWhenFullAndKeepsTheOldest) {
     // A frame of 0 bytes takes the first waiting chunk.
     EXPECT_TRUE(pool->PushData(c.data(), 0, 7, 0));
     EXPECT_EQ(pool->GetUsingCount(), 1u);
+
+    // The counters tell each of those frames' stories.
+    PoolCounters counts = pool->GetCounters();
+    EXPECT_EQ(counts.pushed, 3u);
+    EXPECT_EQ(counts.refusedNoFreeNode, 1u);  // the pool was full
+    EXPECT_EQ(counts.refusedTooLarge, 1u);    // 1056 bytes fit no chunk
+    EXPECT_EQ(counts.overwritten, 0u);
+    EXPECT_EQ(counts.released, 2u);
+    EXPECT_EQ(counts.maxInUse, 2u);
+    EXPECT_EQ(counts.bytesCopied, 2048u);
+    EXPECT_FALSE(pool->Release(uint64_t{77}));  // not in use: no release counted
+    pool->ResetCounters();
+    counts = pool->GetCounters();
+    EXPECT_EQ(counts.pushed + counts.released + counts.bytesCopied + counts.refusedNoFreeNode, 0u);
+    EXPECT_EQ(counts.maxInUse, 1u);  // the one still in use
 }
 
 TEST_F(ChunkPool, RingModeOverwritesTheOldestWithoutFeedingTheMeter) {
@@ -105,6 +120,12 @@ TEST_F(ChunkPool, RingModeOverwritesTheOldestWithoutFeedingTheMeter) {
     // order empties it.
     for (uint64_t s = 1; s <= 3; ++s) EXPECT_TRUE(pool->Release(s));
     EXPECT_EQ(pool->GetUsingCount(), 0u);
+    const PoolCounters counts = pool->GetCounters();
+    EXPECT_EQ(counts.pushed, 3u);
+    EXPECT_EQ(counts.overwritten, 1u);
+    EXPECT_EQ(counts.released, 3u);
+    EXPECT_EQ(counts.maxInUse, 3u);
+    EXPECT_EQ(counts.bytesCopied, 4u * 1024u);
 }
 
 TEST_F(ChunkPool, RingModeSkipsChunksTooSmallAndFailsWhenNoneFits) {
@@ -121,6 +142,8 @@ TEST_F(ChunkPool, RingModeSkipsChunksTooSmallAndFailsWhenNoneFits) {
     EXPECT_EQ(pool->GetNodeWithSerial(1), nullptr);
     auto huge = Frame(2048, 0);
     EXPECT_FALSE(pool->PushData(huge.data(), 2048, 1, 0));
+    EXPECT_EQ(pool->GetCounters().refusedTooLarge, 1u);
+    EXPECT_EQ(pool->GetCounters().refusedNoFreeNode, 0u);
 }
 
 TEST_F(ChunkPool, PaddedRowsArrivePacked) {

@@ -159,11 +159,18 @@ bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out, std::vector<StageSum
         << " MB in " << o.views << " .armraw files (ratio " << std::setprecision(2)
         << static_cast<double>(rawBytes) / static_cast<double>(fileBytes) << std::setprecision(1) << ":1), "
         << mb / compressSeconds << " MB/s\n";
-    out << "  extract to BMP:     " << mb / extractSeconds << " MB/s, failed views: " << failed[0].size() << "\n";
+    const GrabSystem::OutputCounters written = mng.GetCounters();
+    const GrabSystem::ExtractCounters extracted = extractor.GetCounters();
+    out << "  output manager: " << written.written << " views written, "
+        << written.refusedNoMemory + written.refusedCompressFailed << " refused, " << written.saveFailed
+        << " files failed, " << written.waits << " waits for a block (" << written.waitMsTotal << " ms, longest "
+        << written.waitMsLongest << " ms)\n";
+    out << "  extract to BMP:     " << mb / extractSeconds << " MB/s, " << extracted.extracted[0] << " views extracted, "
+        << extracted.failed[0] << " failed\n";
     out << "  verified " << verified << " frames bit for bit, " << wrong << " differ\n";
     out << "  files: " << platform::TranslatePath(armDir) << " and " << platform::TranslatePath(bmpDir) << "\n";
     out.unsetf(std::ios::fixed);
-    return wrong == 0 && failed[0].empty();
+    return wrong == 0 && extracted.failed[0] == 0;
 }
 
 }  // namespace grabsys

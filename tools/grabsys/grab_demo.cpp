@@ -25,9 +25,7 @@ using VormexDataStructure::eImgFmtRaw;
 constexpr int kPatterns = 4;
 
 struct ModeResult {
-    uint64_t pushed = 0;
-    uint64_t dropped = 0;
-    uint64_t overwritten = 0;
+    GrabSystem::PoolCounters counts;  // the pool's own account of every frame
     uint64_t consumed = 0;
     uint64_t verified = 0;
     uint64_t mismatched = 0;
@@ -122,9 +120,8 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
             unsigned char* src = camera.Frame(i);
             const auto t0 = Clock::now();
             // The frame number travels as the frame attribute as well.
-            const bool ok = pool.PushImg(src, o.width, o.height, o.rowGap, static_cast<unsigned>(i));
+            pool.PushImg(src, o.width, o.height, o.rowGap, static_cast<unsigned>(i));
             r.copySeconds += std::chrono::duration<double>(Clock::now() - t0).count();
-            ok ? ++r.pushed : ++r.dropped;
         }
         producing = false;
     });
@@ -164,8 +161,7 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
     producer.join();
     r.seconds = std::chrono::duration<double>(Clock::now() - start).count();
     r.liveFps = pool.GetLiveFps();
-    // Every pushed frame was consumed, is still in the pool, or was rung.
-    r.overwritten = r.pushed - r.consumed - pool.GetUsingCount();
+    r.counts = pool.GetCounters();
     pool.DeleteAll();
     pool.DischargeMemoryBlock();
     return r;
@@ -175,27 +171,29 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
 
 bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageSummary>& summary) {
     SyntheticCamera camera(o);
-    const double frameMB = static_cast<double>(camera.PackedSize()) / 1048576.0;
     out << "Grab path: " << o.frames << " frames of " << o.width << " x " << o.height << " (8-bit, " << o.rowGap
         << " bytes of row padding) per mode, camera at " << o.cameraFps << " fps, consumer " << o.consumerMs
         << " ms per frame, " << o.chunks << " chunks\n\n";
     out << std::left << std::setw(8) << "mode" << std::right << std::setw(8) << "pushed" << std::setw(9) << "dropped"
-        << std::setw(13) << "overwritten" << std::setw(10) << "consumed" << std::setw(10) << "verified"
-        << std::setw(10) << "live fps" << std::setw(10) << "MB/s" << std::setw(14) << "copy MB/s" << "\n";
+        << std::setw(13) << "overwritten" << std::setw(10) << "released" << std::setw(8) << "in use" << std::setw(10)
+        << "consumed" << std::setw(10) << "verified" << std::setw(10) << "live fps" << std::setw(10) << "MB/s"
+        << std::setw(14) << "copy MB/s" << "\n";
     bool ok = true;
     for (PoolMode mode : {GrabSystem::ePoolNormal, GrabSystem::ePoolRing}) {
         const ModeResult r = RunMode(o, mode, camera);
+        const GrabSystem::PoolCounters& c = r.counts;
         StageSummary stage;
         stage.stage = mode == GrabSystem::ePoolRing ? "grab, ring mode" : "grab, normal mode";
-        stage.frames = r.pushed;
-        stage.bytesIn = r.pushed * camera.PackedSize();
+        stage.frames = c.pushed + c.overwritten;
+        stage.bytesIn = c.bytesCopied;
         stage.seconds = r.copySeconds;
         stage.where = mode == GrabSystem::ePoolRing ? "-" : GrabSystem::platform::TranslatePath(o.outputDir);
         summary.push_back(stage);
-        const double mb = frameMB * static_cast<double>(r.pushed);
+        const double mb = static_cast<double>(c.bytesCopied) / 1048576.0;
         out << std::left << std::setw(8) << (mode == GrabSystem::ePoolRing ? "ring" : "normal") << std::right
-            << std::setw(8) << r.pushed << std::setw(9) << r.dropped << std::setw(13) << r.overwritten
-            << std::setw(10) << r.consumed << std::setw(10)
+            << std::setw(8) << c.pushed << std::setw(9) << c.refusedNoFreeNode + c.refusedTooLarge << std::setw(13)
+            << c.overwritten << std::setw(10) << c.released << std::setw(8) << c.maxInUse << std::setw(10)
+            << r.consumed << std::setw(10)
             << (mode == GrabSystem::ePoolRing ? std::string("-") : std::to_string(r.verified)) << std::setw(10)
             << std::fixed << std::setprecision(1) << r.liveFps << std::setw(10) << std::setprecision(0)
             << mb / r.seconds << std::setw(14) << (r.copySeconds > 0 ? mb / r.copySeconds : 0.0) << "\n";
@@ -210,8 +208,10 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageS
             if (r.filesFailed != 0) ok = false;
         }
     }
-    out << "\nMB/s: frames pushed over wall time; copy MB/s: the same bytes over the time spent inside PushImg.\n"
-           "live fps counts pushes into free chunks only: a rung chunk does not feed the meter.\n";
+    out << "\nThe pool counts every frame: pushed into a free image, dropped (the pool was full, or no image\n"
+           "could hold it), or written over the oldest image in use (ring mode); released images, and the\n"
+           "most images in use at once. MB/s: bytes copied into the pool over wall time; copy MB/s: the same\n"
+           "bytes over the time spent inside PushImg. live fps counts pushes into free images only.\n";
     return ok;
 }
 

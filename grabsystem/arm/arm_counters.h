@@ -1,0 +1,27 @@
+// What the arm output manager and the extractor have done: the figures that
+// tell whether a view was lost, refused or held up, with no logger attached.
+#pragma once
+
+#include <cstdint>
+
+namespace GrabSystem {
+
+// Since the output manager was made or its counters were last reset.
+struct OutputCounters {
+    uint64_t written = 0;                // views AddOneViewImages compressed, saved and destroyed (result 0)
+    uint64_t refusedNoMemory = 0;        // views refused with result 1: the block could not take them
+    uint64_t refusedCompressFailed = 0;  // views refused with result 3: they outgrew their block
+    uint64_t saveFailed = 0;             // views whose file could not be written (by either path)
+    uint64_t waits = 0;                  // AddOneViewImages calls that had to wait for a free block
+    uint64_t waitMsTotal = 0;            // milliseconds those calls waited, in all
+    uint64_t waitMsLongest = 0;          // the longest of those waits
+    uint64_t writtenByWorker = 0;        // queued views the worker saved and destroyed
+};
+
+// Of the extractor's last OutputOneViewArmImages call, per source.
+struct ExtractCounters {
+    uint64_t extracted[3] = {};  // views written out
+    uint64_t failed[3] = {};     // views that failed (failedViews names them)
+};
+
+}  // namespace GrabSystem
