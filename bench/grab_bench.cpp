@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "grabsystem/memory/chunk_pool_ctrl.h"
-#include "grabsystem/pool/img_pool_ctrl.h"
+#include "grabsystem/image/img_pool_ctrl.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <random>
 #include <string>
 
-#include "grabsystem/platform/data_structure/data_structure.h"
+#include "grabsystem/format/data_structure.h"
 #include "grabsystem/platform/os/os.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 

@@ -1,6 +1,6 @@
 // The information block: from the end of a file and as a stream.
 #include "fuzz_common.h"
-#include "grabsystem/platform/data_structure/data_structure.h"
+#include "grabsystem/format/data_structure.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string path = grabsys_fuzz::WriteInput("info.bin", data, size);

@@ -1,3 +1,4 @@
+#include "grabsystem/platform/os/os.h"
 #include "grabsystem/arm/arm_image_extractor.h"
 
 #include <algorithm>
@@ -5,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "grabsystem/format/arm_view.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
@@ -19,17 +21,11 @@ namespace {
 
 constexpr uint32_t kHeaderBytes = COneViewArmImageData::kHeaderBytes;
 constexpr uint32_t kRecordBytes = COneViewArmImageData::kRecordHeaderBytes;
-constexpr int kMaxCameras = 8;
+constexpr int kMaxCameras = format::kArmIdentityCameras;
 
 std::string WithTrailingBackslash(std::string dir) {
     if (dir.empty() || dir.back() != '\\') dir += '\\';
     return dir;
-}
-
-uint32_t ReadU32(const unsigned char* p) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
 }
 
 }  // namespace
@@ -102,9 +98,8 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
     const std::unique_ptr<unsigned char[]> file(raw);
 
     // A file shorter than the header reads the missing bytes as zeros.
-    OneViewArmImageDataHeader header;
-    std::memset(&header, 0, sizeof header);
-    if (size != 0) std::memcpy(&header, file.get(), static_cast<size_t>(std::min<uint64_t>(size, sizeof header)));
+    const format::Bytes bytes(file.get(), static_cast<size_t>(size));
+    const OneViewArmImageDataHeader header = format::DecodeArmHeader(bytes);
     const uint32_t frameCount = header.sinFrameCount + header.whiteFrameCount;  // 32-bit, wraps
 
     std::vector<std::unique_ptr<IImgP>> owned;
@@ -119,15 +114,14 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
         // A record or data missing from the file, or a length beyond what
         // the decoder takes, decodes to nothing, as a damaged block does.
         int decoded = 0;
-        if (at <= size && size - at >= kRecordBytes) {
-            const uint32_t n = ReadU32(file.get() + at + 4);
-            const uint64_t available = size - at - kRecordBytes;
+        format::ArmRecordView record;
+        if (format::DecodeArmRecord(bytes, at, record)) {
             const int capacity = static_cast<int>(std::min<uint64_t>(img->GetMemSize(), INT32_MAX));
-            if (n <= INT32_MAX && capacity > 0)
+            // Only the bytes that are in the file go to the decoder.
+            if (record.length <= INT32_MAX && capacity > 0)
                 decoded = DrasselSpace::CLZ4DecompressorP::DecompressRaw(
-                    file.get() + at + kRecordBytes, static_cast<int>(std::min<uint64_t>(n, available)), img->GetImg(),
-                    capacity);
-            at += kRecordBytes + uint64_t{n};
+                    record.data.data, static_cast<int>(record.data.size), img->GetImg(), capacity);
+            at += kRecordBytes + uint64_t{record.length};
         }
         // A frame that fails leaves the vector one short unless it was the
         // last: that one is written with whatever its buffer holds.
@@ -166,7 +160,7 @@ bool ArmImageExtractor::_Save(std::vector<IImgP*>& frames, ExtractArmImageParam 
     if (sinCount != 0 && dimC == 0) return false;
 
     uint8_t camTable[kMaxCameras] = {0, 1, 2, 3, 4, 5, 6, 7};
-    if (header.version >= 2) std::memcpy(camTable, header.camTable, kMaxCameras);
+    if (header.version >= format::kArmVersion) std::memcpy(camTable, header.camTable, kMaxCameras);
 
     // Directory d of the list: for each camera, sinDimA passes of sinDimB
     // groups (P for the first group of a pass, Q for the others), then one

@@ -33,7 +33,7 @@
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/arm/arm_counters.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/os/mutex.h"
 #include "grabsystem/pool/counter.h"
 
 namespace GrabSystem {

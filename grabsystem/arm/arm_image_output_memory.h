@@ -20,7 +20,7 @@
 #include <memory>
 
 #include "grabsystem/grabsystem_export.h"
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/os/mutex.h"
 
 namespace GrabSystem {
 
@@ -48,7 +48,7 @@ public:
 private:
     void _DeleteMemory();
 
-    bool m_using GUARDED_BY(m_lock) = false;
+    bool m_using GRABSYS_GUARDED_BY(m_lock) = false;
     std::unique_ptr<unsigned char[]> m_address;
     uint64_t m_size = 0;
     uint64_t m_capacity = 0;

@@ -1,3 +1,4 @@
+#include "grabsystem/platform/os/os.h"
 #include "grabsystem/arm/arm_image_output_mng.h"
 
 #include <string>

@@ -26,7 +26,7 @@
 #include "grabsystem/arm/arm_counters.h"
 #include "grabsystem/arm/arm_image_output_memory.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/os/mutex.h"
 #include "grabsystem/pool/counter.h"
 
 namespace GrabSystem {
@@ -97,12 +97,12 @@ private:
     static void _Log(const char* stage, int viewIdx);
 
     int m_maxCount = 3;
-    std::list<std::unique_ptr<COneViewArmImageData>> m_queue GUARDED_BY(m_lock);
+    std::list<std::unique_ptr<COneViewArmImageData>> m_queue GRABSYS_GUARDED_BY(m_lock);
     std::vector<std::unique_ptr<CArmImageOutputMemory>> m_pool;
     platform::CriticalSection m_lock;
-    platform::ThreadHandle m_worker = nullptr;
-    bool m_abort GUARDED_BY(m_lock) = false;
-    bool m_busy GUARDED_BY(m_lock) = false;
+    void* m_worker = nullptr;  // the worker thread's handle
+    bool m_abort GRABSYS_GUARDED_BY(m_lock) = false;
+    bool m_busy GRABSYS_GUARDED_BY(m_lock) = false;
     Count m_written, m_refusedNoMemory, m_refusedCompressFailed, m_saveFailed, m_waits, m_waitMsTotal,
         m_waitMsLongest, m_writtenByWorker;
 };

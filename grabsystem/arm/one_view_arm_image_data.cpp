@@ -2,20 +2,20 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <memory>
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "grabsystem/arm/arm_image_output_memory.h"
+#include "grabsystem/format/arm_view.h"
+#include "grabsystem/format/binary_io.h"
 #include "grabsystem/platform/logger/logger.h"
-#include "grabsystem/platform/toolkit/binary_io.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 
 namespace GrabSystem {
 
 namespace {
 constexpr int kLz4Level = 3;
-constexpr uint32_t kRecordKind = 1;
 
 // The 32-bit product of the four counts, as the format defines it.
 int32_t Product(int32_t a, int32_t b, int32_t c, int32_t d) {
@@ -73,9 +73,8 @@ unsigned char* COneViewArmImageData::_CompressData(unsigned char* dst, int dstCa
                                                    int srcSize, int& recordSize) {
     const int n = DrasselSpace::CLZ4CompressorP::CompressRaw(src, srcSize, dst + kRecordHeaderBytes, dstCapacity,
                                                              kLz4Level);
-    std::memset(dst, 0, kRecordHeaderBytes);
-    std::memcpy(dst, &kRecordKind, 4);
-    std::memcpy(dst + 4, &n, 4);
+    format::Writer w(dst, kRecordHeaderBytes);
+    format::EncodeArmRecordHeader(w, static_cast<uint32_t>(n));
     recordSize = n + static_cast<int>(kRecordHeaderBytes);
     return dst + recordSize;
 }
@@ -89,7 +88,7 @@ bool COneViewArmImageData::CompressMemoryData() {
 
     OneViewArmImageDataHeader header;
     std::memset(&header, 0, sizeof header);
-    header.version = 2;
+    header.version = format::kArmVersion;
     header.sinFrameCount = static_cast<uint32_t>(m_sinImages.size());
     header.whiteFrameCount = static_cast<uint32_t>(m_whiteImages.size());
     if (!m_sinImages.empty()) {
@@ -103,7 +102,8 @@ bool COneViewArmImageData::CompressMemoryData() {
     for (size_t i = 0; i < m_camIdxs.size() && i < sizeof header.camTable; ++i)
         header.camTable[i] = static_cast<uint8_t>(m_camIdxs[i]);
     unsigned char* const block = m_memory->GetAddress();
-    std::memcpy(block, &header, sizeof header);
+    format::Writer w(block, kHeaderBytes);
+    format::EncodeArmHeader(w, header);
 
     uint64_t used = kHeaderBytes;
     uint32_t total = 0;  // the format's 32-bit running total; it wraps past 2 GiB

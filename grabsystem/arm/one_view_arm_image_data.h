@@ -8,18 +8,16 @@
 // stays the manager's). It has no lock: one thread fills it, then hands it
 // to the manager. Copying copies the pointers as they stand.
 //
-// Per-view file (".armraw", named by the view index), little-endian: the
-// 1024-byte header below, then one record per Sin frame and then one per
-// white-pattern frame, packed:
-//   record: u32 kind (1) | u32 n | 56 zero bytes | n bytes of one raw LZ4
-//           block holding the frame's width x height 8-bit pixels
-// The file is exactly 1024 + the sum of (64 + n) bytes.
+// The per-view file (".armraw", named by the view index) is the arm view
+// codec's (format/arm_view.h): the 1024-byte header, then one record of a
+// 64-byte header and one raw LZ4 block per frame.
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "grabsystem/format/arm_view.h"
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/image/img.h"
 
@@ -27,25 +25,10 @@ namespace GrabSystem {
 
 class CArmImageOutputMemory;
 
-// The first 1024 bytes of a per-view file.
-struct OneViewArmImageDataHeader {
-    uint32_t version;         // 2 when written; below 2: no camera table
-    uint32_t sinFrameCount;   // entries of the Sin vector
-    uint32_t whiteFrameCount; // entries of the white-pattern vector
-    uint32_t width;           // of the first Sin image (0 without one)
-    uint32_t height;
-    int32_t camCount;
-    int32_t sinDimA;
-    int32_t sinDimB;
-    int32_t sinDimC;
-    uint8_t camTable[988];    // low 8 bits of each camera index, rest 0
-};
-static_assert(sizeof(OneViewArmImageDataHeader) == 1024, "the per-view header is 1024 bytes");
-
 class GRABSYSTEM_EXPORT COneViewArmImageData {
 public:
-    static constexpr uint32_t kHeaderBytes = 1024;
-    static constexpr uint32_t kRecordHeaderBytes = 64;
+    static constexpr uint32_t kHeaderBytes = format::kArmHeaderBytes;
+    static constexpr uint32_t kRecordHeaderBytes = format::kArmRecordHeaderBytes;
 
     explicit COneViewArmImageData(int viewIdx);
     // Marks a held block free again; never deletes the images.

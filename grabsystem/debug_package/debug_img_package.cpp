@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <vector>
 
+#include "grabsystem/format/binary_io.h"
+#include "grabsystem/format/package.h"
 #include "grabsystem/platform/logger/logger.h"
-#include "grabsystem/platform/toolkit/binary_io.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 
 namespace GrabSystem {
@@ -16,7 +18,6 @@ namespace {
 
 void Log(const char* text) { PelvaneSpace::Logger::GetInstance()->Info(PelvaneSpace::Logger::kKindInfo, text); }
 
-constexpr uint32_t kRecordWords = 5;
 // Records that a file lacks read as zeros, up to what 32-bit sizes address.
 constexpr uint64_t kMaxMissingRecordBytes = uint64_t{1} << 32;
 
@@ -37,8 +38,7 @@ void CDebugImgPackageP::_DeleteBuffer() {
 void CDebugImgPackageP::CreatePackageBuffer() {
     _DeleteBuffer();
     if (PackageInfos.empty()) return;
-    uint32_t size = 0;  // 32-bit, as the format has always summed it
-    for (const CDebugImgPackageInfoP& info : PackageInfos) size += info.Width * info.Height * info.FrameCount;
+    const uint32_t size = format::ImagePackageDataBytes(PackageInfos);
     // calloc takes zeroed pages from the system: nothing is touched that no
     // frame fills. Running out of memory throws, as allocation does.
     Buffer.reset(static_cast<unsigned char*>(std::calloc(size == 0 ? 1 : size, 1)));
@@ -69,16 +69,11 @@ bool CDebugImgPackageP::SaveDebugPackage(std::string path) {
                                          Key.size());
     BinaryWriter writer;
     if (!writer.Open(path.c_str())) return false;
-    writer.WriteUInt(Version);
-    writer.WriteUInt(static_cast<unsigned>(PackageInfos.size()));
-    writer.WriteUInt(JumpIdx);
-    for (const CDebugImgPackageInfoP& info : PackageInfos) {
-        writer.WriteUInt(info.Width);
-        writer.WriteUInt(info.Height);
-        writer.WriteUInt(info.FrameCount);
-        writer.WriteUInt(info.GroupIdx);
-        writer.WriteUInt(info.CamIdx);
-    }
+    std::vector<uint8_t> head(12 + PackageInfos.size() * format::kImagePackageRecordBytes);
+    format::Writer w(head.data(), head.size());
+    format::EncodeImagePackageHead(w, Version, static_cast<uint32_t>(PackageInfos.size()), JumpIdx);
+    for (const CDebugImgPackageInfoP& info : PackageInfos) format::EncodeImagePackageRecord(w, info);
+    writer.Write(head.data(), head.size());
     writer.Write(Buffer.get(), BufferSize);
     writer.Close();
     Log("SaveDebugPackage End");
@@ -88,26 +83,32 @@ bool CDebugImgPackageP::SaveDebugPackage(std::string path) {
 bool CDebugImgPackageP::LoadDebugPackage(std::string path) {
     BinaryReader reader;
     if (reader.Open(path.c_str()) == 0) return false;
-    Version = reader.ReadUInt();
-    const uint32_t count = reader.ReadUInt();
-    if (count == 0) return false;
-    const uint32_t jump = Version != 1 ? reader.ReadUInt() : 0;
+    // The head is read whole; in a version 1 file (no jump word) its last
+    // word is the first of the records.
+    uint8_t head[12] = {};
+    const size_t got = reader.ReadByteArray(head, sizeof head);
+    const format::ImagePackageHead h = format::DecodeImagePackageHead(format::Bytes(head, got));
+    Version = h.version;
+    if (h.count == 0) return false;
+    size_t carried = got > h.bytes ? got - h.bytes : 0;
     // The reader delivers zeros past the end, so missing records read as
     // zeros; but a few bytes must not make it materialise billions of them.
-    const uint64_t recordBytes = uint64_t{count} * kRecordWords * 4;
-    if (recordBytes > reader.Remaining() && recordBytes > kMaxMissingRecordBytes) return false;
+    const uint64_t recordBytes = uint64_t{h.count} * format::kImagePackageRecordBytes;
+    if (recordBytes > carried + reader.Remaining() && recordBytes > kMaxMissingRecordBytes) return false;
 
-    JumpIdx = jump;
+    JumpIdx = h.jumpIdx;
     PackageInfos.clear();
-    PackageInfos.reserve(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        CDebugImgPackageInfoP info;
-        info.Width = reader.ReadUInt();
-        info.Height = reader.ReadUInt();
-        info.FrameCount = reader.ReadUInt();
-        info.GroupIdx = reader.ReadUInt();
-        info.CamIdx = reader.ReadUInt();
-        PackageInfos.push_back(info);
+    PackageInfos.reserve(h.count);
+    uint8_t record[format::kImagePackageRecordBytes];
+    for (uint32_t i = 0; i < h.count; ++i) {
+        size_t have = 0;
+        if (carried != 0) {
+            std::memcpy(record, head + h.bytes, carried);
+            have = carried;
+            carried = 0;
+        }
+        have += reader.ReadByteArray(record + have, sizeof record - have);
+        PackageInfos.push_back(format::DecodeImagePackageRecord(format::Bytes(record, have)));
     }
     CreatePackageBuffer();
     // A file shorter than its records promise leaves the rest of the

@@ -1,13 +1,11 @@
 // CDebugImgPackageP: the image package, one file that holds runs of grabbed
 // 8-bit frames so that a capture can be carried off a scanner and replayed.
 //
-// File (all integers u32 little-endian, no magic, no checksum):
-//   Version | record count n | JumpIdx (absent when Version is 1) |
-//   n records of Width, Height, FrameCount, GroupIdx, CamIdx (group before
-//   camera, unlike the record in memory) | the data area
-// The data area holds every frame (Width x Height bytes) of every run, back
-// to back in package order, and is encrypted with FileToolP::EncryptData
-// under the package key; header and records stay plain.
+// The file is the image package form of format/package.h: Version, record
+// count, jump index, the records, then the data area, which holds every
+// frame (Width x Height bytes) of every run, back to back in package order,
+// encrypted with FileToolP::EncryptData under the package key; header and
+// records stay plain.
 //
 // Frames are placed by the uniform-run rule, (FrameCount of run i x i +
 // frame) x frame bytes, which is right only when all runs have one size and
@@ -27,17 +25,10 @@
 #include <string>
 #include <vector>
 
+#include "grabsystem/format/package.h"
 #include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
-
-struct GRABSYSTEM_EXPORT CDebugImgPackageInfoP {
-    uint32_t Width = 0;
-    uint32_t Height = 0;
-    uint32_t FrameCount = 0;
-    uint32_t CamIdx = 0;
-    uint32_t GroupIdx = 0;  // frames of run g are numbered from FrameCount x g
-};
 
 // Frees what std::calloc gave.
 struct FreeDeleter {

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <vector>
 
+#include "grabsystem/format/binary_io.h"
+#include "grabsystem/format/package.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/logger/logger.h"
 #include "grabsystem/platform/os/os.h"
-#include "grabsystem/platform/toolkit/binary_io.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
@@ -19,17 +21,10 @@ const char CDebugPackageP::kProjectFilePath[] = "D:\\vormex\\importTmp.fpz";
 namespace {
 
 const char kExportRoot[] = "D://ImgTest//CamImgInput//Cam";
-constexpr uint64_t kRecordBytes = 6 * 4;
 // Records that a file lacks read as zeros, up to what 32-bit sizes address.
 constexpr uint64_t kMaxMissingRecordBytes = uint64_t{1} << 32;
 
 void Log(const char* text) { PelvaneSpace::Logger::GetInstance()->Info(PelvaneSpace::Logger::kKindInfo, text); }
-
-uint32_t ReadU32(const unsigned char* p) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-}
 
 }  // namespace
 
@@ -79,13 +74,16 @@ bool CDebugPackageP::AddData(unsigned int, unsigned char* data, unsigned int, in
     if (DataSize + 4 + static_cast<uint64_t>(length) > kStagingBytes) return false;
     Log("AddData Start");
     WriteCursor = PackageBuffer.get() + DataSize;
-    const uint32_t word = static_cast<uint32_t>(length);
-    if (LengthBuffer) std::memcpy(LengthBuffer.get(), &word, 4);
-    std::memcpy(WriteCursor, &word, 4);
-    WriteCursor += 4;
-    if (length != 0) std::memcpy(WriteCursor, data, static_cast<size_t>(length));
-    WriteCursor += length;
-    DataSize += static_cast<uint64_t>(length) + 4;
+    const auto word = static_cast<uint32_t>(length);
+    if (LengthBuffer) {
+        format::Writer last(LengthBuffer.get(), kLengthBufferBytes);
+        format::EncodePackageBlockLength(last, word);
+    }
+    format::Writer block(WriteCursor, format::kPackageBlockLengthBytes + word);
+    format::EncodePackageBlockLength(block, word);
+    block.Raw(data, word);
+    WriteCursor += block.Position();
+    DataSize += block.Position();
     Log("AddData End");
     return true;
 }
@@ -116,56 +114,38 @@ bool CDebugPackageP::SaveDebugPackage(std::string path, bool withProjectFile) {
                                          Key.size());
     BinaryWriter writer;
     if (!writer.Open(path.c_str())) return false;
-    writer.WriteUInt(Version);
-    writer.WriteUInt(withProjectFile ? 1 : 0);
-    writer.WriteUInt(static_cast<unsigned>(PackageInfos.size()));
-    for (const CDebugPackageInfoP& info : PackageInfos) {
-        writer.WriteUInt(info.JumpIdx);
-        writer.WriteUInt(info.Width);
-        writer.WriteUInt(info.Height);
-        writer.WriteUInt(info.FrameCount);
-        writer.WriteUInt(info.GroupIdx);
-        writer.WriteUInt(info.CamIdx);
-    }
+    const auto count = static_cast<uint32_t>(PackageInfos.size());
+    std::vector<uint8_t> head(static_cast<size_t>(format::GeneralPackageDataOffset(count)));
+    format::Writer w(head.data(), head.size());
+    format::EncodeGeneralPackageHead(w, Version, withProjectFile ? 1 : 0, count);
+    for (const CDebugPackageInfoP& info : PackageInfos) format::EncodeGeneralPackageRecord(w, info);
+    writer.Write(head.data(), head.size());
     writer.Write(FileBuffer.get(), bytes);
     writer.Close();
     Log("SaveDebugPackage End");
     return true;
 }
 
-uint32_t CDebugPackageP::_FileWord(uint64_t byte) const {
-    unsigned char word[4] = {};
-    for (uint64_t i = 0; i < 4 && byte + i < FileBufferSize; ++i) word[i] = FileBuffer[byte + i];
-    return ReadU32(word);
-}
-
 bool CDebugPackageP::LoadDebugPackage(std::string path) {
     ReadCursor = nullptr;
     InitialPackageBuffer(path);
-    if (!FileBuffer || FileBufferSize < 12) return false;
+    if (!FileBuffer || FileBufferSize < format::kGeneralPackageHeadBytes) return false;
     ReadCursor = FileBuffer.get();
-    Version = _FileWord(0);
-    const uint32_t flag = _FileWord(4);
-    const uint32_t count = _FileWord(8);
-    if (count == 0) return false;
+    const format::Bytes file(FileBuffer.get(), static_cast<size_t>(FileBufferSize));
+    const format::GeneralPackageHead head = format::DecodeGeneralPackageHead(file);
+    Version = head.version;
+    if (head.count == 0) return false;
     // Words past the end of the file read as zeros, but a few bytes must
     // not make the load materialise billions of records.
-    const uint64_t headerBytes = (6 * uint64_t{count} + 3) * 4;
-    if (headerBytes > FileBufferSize && count * kRecordBytes > kMaxMissingRecordBytes) return false;
+    const uint64_t headerBytes = format::GeneralPackageDataOffset(head.count);
+    const uint64_t recordBytes = headerBytes - format::kGeneralPackageHeadBytes;
+    if (headerBytes > FileBufferSize && recordBytes > kMaxMissingRecordBytes) return false;
 
     PackageInfos.clear();
-    PackageInfos.reserve(count);
-    for (uint32_t i = 0; i < count; ++i) {
-        const uint64_t r = 12 + i * kRecordBytes;
-        CDebugPackageInfoP info;
-        info.JumpIdx = _FileWord(r);
-        info.Width = _FileWord(r + 4);
-        info.Height = _FileWord(r + 8);
-        info.FrameCount = _FileWord(r + 12);
-        info.GroupIdx = _FileWord(r + 16);
-        info.CamIdx = _FileWord(r + 20);
-        PackageInfos.push_back(info);
-    }
+    PackageInfos.reserve(head.count);
+    for (uint32_t i = 0; i < head.count; ++i)
+        PackageInfos.push_back(format::DecodeGeneralPackageRecord(
+            file.Sub(format::kGeneralPackageHeadBytes + uint64_t{i} * format::kGeneralPackageRecordBytes)));
     // The data area is what follows the records (nothing, when the file
     // ends inside them).
     const uint64_t dataStart = std::min(headerBytes, FileBufferSize);
@@ -173,18 +153,16 @@ bool CDebugPackageP::LoadDebugPackage(std::string path) {
     DataSize = FileBufferSize - dataStart;
     const bool result = DrasselSpace::FileToolP::EncryptData(ReadCursor, static_cast<size_t>(DataSize),
                                                              reinterpret_cast<const unsigned char*>(Key.data()), Key.size());
-    if (flag == 1) {
+    if (head.flag == 1) {
         // A project block that runs past the data keeps its length: the
         // bytes that are there, then zeros.
-        const uint64_t at = dataStart;
-        const uint32_t length = _FileWord(at);
-        ProjectFileSize = length;
-        ProjectFileBuffer.reset(new unsigned char[length == 0 ? 1 : length]());
-        const uint64_t from = std::min(at + 4, FileBufferSize);
-        const uint64_t present = std::min<uint64_t>(length, FileBufferSize - from);
-        if (present != 0) std::memcpy(ProjectFileBuffer.get(), FileBuffer.get() + from, static_cast<size_t>(present));
+        const format::PackageBlock project = format::DecodePackageBlock(file.Sub(dataStart), 0);
+        ProjectFileSize = project.length;
+        ProjectFileBuffer.reset(new unsigned char[project.length == 0 ? 1 : project.length]());
+        if (project.bytes.size != 0) std::memcpy(ProjectFileBuffer.get(), project.bytes.data, project.bytes.size);
         ImportProjectFile();
-        ReadCursor = FileBuffer.get() + std::min(at + 4 + length, FileBufferSize);
+        ReadCursor = FileBuffer.get() +
+                     std::min<uint64_t>(dataStart + format::kPackageBlockLengthBytes + project.length, FileBufferSize);
     }
     ProjectFileBuffer.reset();
     return result;
@@ -200,7 +178,7 @@ bool CDebugPackageP::ImportDebugImg(unsigned int packageIdx) { return _Import("_
 
 bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
     if (!FileBuffer || ReadCursor == nullptr || PackageInfos.empty()) return false;
-    const uint64_t data = static_cast<uint64_t>(FileBuffer.get() + FileBufferSize - ReadCursor);
+    const format::Bytes data(ReadCursor, static_cast<size_t>(FileBuffer.get() + FileBufferSize - ReadCursor));
     CImg8P img;
     img.GetInfo().size.SetBitPerChannel(8);
     uint64_t offset = 0;
@@ -214,18 +192,23 @@ bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
             if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory))
                 DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory);
 
-            // Where this frame's bytes are; a block that runs past the data
-            // fails as one that does not decompress.
-            const uint64_t at = walkBlocks ? offset : 0;
-            if (data < at + 4) return false;
-            const uint32_t length = ReadU32(ReadCursor + at);
-            const uint64_t from = walkBlocks ? at + 4 : 4 + uint64_t{length};
-            if (length > INT32_MAX || data < from + length) return false;
-            offset += 4 + uint64_t{length};
+            // This frame's block, walked to or (the indexed entry point)
+            // always the bytes after the first block, of the first block's
+            // length. A block that runs past the data fails as one that does
+            // not decompress.
+            format::PackageBlock block = format::DecodePackageBlock(data, walkBlocks ? offset : 0);
+            if (!walkBlocks) {
+                if (data.size < format::kPackageBlockLengthBytes) return false;
+                block.bytes = data.Sub(format::kPackageBlockLengthBytes + uint64_t{block.length}, block.length);
+                block.complete = block.bytes.size == block.length;
+            }
+            if (!block.complete || block.length > INT32_MAX) return false;
+            offset += format::kPackageBlockLengthBytes + uint64_t{block.length};
 
             unsigned char* out = nullptr;
             int outLength = 0;
-            if (!DrasselSpace::CLZ4DecompressorP::Decompress(ReadCursor + from, static_cast<int>(length), out, outLength))
+            if (!DrasselSpace::CLZ4DecompressorP::Decompress(block.bytes.data, static_cast<int>(block.length), out,
+                                                             outLength))
                 return false;
             const std::unique_ptr<unsigned char[]> decoded(out);
             // The decoded length is not compared with the frame's: the image

@@ -1,13 +1,11 @@
 // CDebugPackageP: the general debug package, with a jump index per run, an
 // optional project file and LZ4-compressed frames.
 //
-// File (all integers u32 little-endian):
-//   Version (3) | project-file flag (1: the data area starts with it) |
-//   record count n | n records of JumpIdx, Width, Height, FrameCount,
-//   GroupIdx, CamIdx | the data area, encrypted as the image package's is
-// The data area is a sequence of blocks, each a u32 length L and L bytes:
-// the project file first when the flag is 1, then one LZ4 block per frame
-// (an 8-bit Width x Height frame), in record order.
+// The file is the general package form of format/package.h: Version (3),
+// project-file flag, record count, the records, then the data area,
+// encrypted as the image package's is: blocks of a u32 length L and L
+// bytes, the project file first when the flag is 1, then one LZ4 block per
+// frame (an 8-bit Width x Height frame), in record order.
 //
 // Writing stages blocks in a 1 GiB buffer of zeroed pages taken from the
 // system, so it costs resident memory only for the bytes staged. Reading
@@ -30,15 +28,6 @@
 #include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
-
-struct GRABSYSTEM_EXPORT CDebugPackageInfoP {
-    uint32_t JumpIdx = 0;
-    uint32_t Width = 0;
-    uint32_t Height = 0;
-    uint32_t FrameCount = 0;
-    uint32_t CamIdx = 0;
-    uint32_t GroupIdx = 0;
-};
 
 class GRABSYSTEM_EXPORT CDebugPackageP {
 public:
@@ -109,9 +98,6 @@ public:
 
 private:
     bool _Import(const std::string& cameraSuffix, bool walkBlocks);
-    // The little-endian word at `byte` of the loaded file; bytes past its
-    // end read as zeros.
-    uint32_t _FileWord(uint64_t byte) const;
 
     uint64_t DataSize = 0;
     uint64_t ProjectFileSize = 0;

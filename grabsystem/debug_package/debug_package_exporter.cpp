@@ -1,6 +1,6 @@
 #include "grabsystem/debug_package/debug_package_exporter.h"
 
-#include "grabsystem/platform/toolkit/binary_io.h"
+#include "grabsystem/format/binary_io.h"
 
 namespace GrabSystem {
 

@@ -3,7 +3,6 @@
 #include <cstring>
 #include <new>
 
-#include "grabsystem/pool/pool_ctrl.h"
 
 namespace GrabSystem {
 
@@ -145,7 +144,8 @@ void IImgP::ReleaseUsingStatus() {
         platform::CriticalSectionLock lock(m_usingLock);
         m_using = false;
     }
-    if (CPoolCtrlP* pool = GetPoolCtrl()) pool->Release(this);
+    // The node asks its own pool, if it has one.
+    Release();
 }
 
 }  // namespace GrabSystem

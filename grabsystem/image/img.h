@@ -30,8 +30,8 @@
 
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/memory/chunk_data.h"
-#include "grabsystem/platform/data_structure/data_structure.h"
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/format/data_structure.h"
+#include "grabsystem/platform/os/mutex.h"
 
 namespace GrabSystem {
 
@@ -156,7 +156,7 @@ private:
 
     char m_tag[3];
     std::unique_ptr<CImgInfo> m_info;
-    bool m_using GUARDED_BY(m_usingLock) = false;
+    bool m_using GRABSYS_GUARDED_BY(m_usingLock) = false;
     platform::CriticalSection m_usingLock;
 };
 

@@ -5,8 +5,9 @@
 #include <cstdio>
 #include <string>
 
+#include "grabsystem/platform/os/os.h"
+#include "grabsystem/format/raw_image.h"
 #include "grabsystem/image/img.h"
-#include "grabsystem/platform/data_structure/stream_io.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
 
 namespace GrabSystem {
@@ -15,7 +16,6 @@ using VormexDataStructure::eImgFmtBmp;
 using VormexDataStructure::eImgFmtJpg;
 using VormexDataStructure::eImgFmtRaw;
 using VormexDataStructure::eImgFmtUnknown;
-namespace io = VormexDataStructure::io;
 
 namespace {
 
@@ -49,14 +49,19 @@ bool IImgP::_LoadRaw(FILE* file) { return _LoadRawCore(file); }
 
 bool IImgP::_SaveRawCore(FILE* file) {
     if (file == nullptr) return false;
-    if (!io::WriteLE(file, byteVerSpt)) return false;
+    uint8_t version[format::kRawVersionBytes];
+    format::Writer w(version, sizeof version);
+    format::EncodeRawVersion(w);
+    if (std::fwrite(version, 1, sizeof version, file) != sizeof version) return false;
     return _SaveCoreRaw01(file);
 }
 
 bool IImgP::_LoadRawCore(FILE* file) {
     if (file == nullptr) return false;
-    uint16_t version = 0;
-    if (!io::ReadLE(file, version) || version != 1) return false;
+    uint8_t version[format::kRawVersionBytes];
+    const size_t got = std::fread(version, 1, sizeof version, file);
+    format::Reader r(format::Bytes(version, got));
+    if (format::DecodeRawVersion(r) != format::Status::kOk) return false;
     return _LoadCoreRaw01(file);
 }
 
@@ -66,11 +71,11 @@ bool IImgP::_SaveCoreRaw01(FILE* file) {
     // A geometry larger than the buffer (memory mode 2) writes the buffer
     // and zeros for the rest, rather than read past the buffer.
     const uint64_t held = std::min<uint64_t>(bytes, GetMemSize());
-    if (!io::WriteBytes(file, GetData(), static_cast<size_t>(held))) return false;
+    if (held != 0 && std::fwrite(GetData(), 1, static_cast<size_t>(held), file) != held) return false;
     static const unsigned char kZeros[4096] = {};
     for (uint64_t left = bytes - held; left != 0;) {
         const size_t n = static_cast<size_t>(std::min<uint64_t>(left, sizeof kZeros));
-        if (!io::WriteBytes(file, kZeros, n)) return false;
+        if (std::fwrite(kZeros, 1, n, file) != n) return false;
         left -= n;
     }
     return true;

@@ -7,9 +7,9 @@
 #include <new>
 #include <vector>
 
-#include "grabsystem/platform/data_structure/stream_io.h"
+#include "grabsystem/format/image_io_tool.h"
+#include "grabsystem/format/value_raw.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
-#include "grabsystem/platform/toolkit/image_io_tool.h"
 
 namespace GrabSystem {
 
@@ -41,9 +41,6 @@ bool LoadBmpInto(IImgP& img, const char* path, Owned& pixels, uint64_t& count) {
     return true;
 }
 
-// The float and double raw files share one layout; E is the element size.
-constexpr size_t kRawHeader = 32;
-
 template <typename T>
 bool SaveValueRaw(IImgP& img, const std::string& path) {
     try {
@@ -52,13 +49,11 @@ bool SaveValueRaw(IImgP& img, const std::string& path) {
         const uint64_t bytes = uint64_t{width} * height * channels * sizeof(T);
         // Zero-initialised: values the buffer does not hold (memory mode 2
         // under a larger geometry) are written as zeros, not read past it.
-        std::vector<unsigned char> file(kRawHeader + bytes);
-        const uint32_t head[4] = {1, width, height, channels};
-        std::memcpy(file.data(), head, sizeof head);
-        std::memcpy(file.data() + 16, &res.dY, 8);
-        std::memcpy(file.data() + 24, &res.dZ, 8);
+        std::vector<unsigned char> file(format::kValueRawHeaderBytes + bytes);
+        format::Writer w(file.data(), file.size());
+        format::EncodeValueRawHeader(w, width, height, channels, res.dY, res.dZ);
         const uint64_t held = std::min<uint64_t>(bytes, img.GetMemSize());
-        if (held != 0) std::memcpy(file.data() + kRawHeader, img.GetData(), static_cast<size_t>(held));
+        if (held != 0) w.Raw(img.GetData(), static_cast<size_t>(held));
         return FileToolP::SaveDataToFile(path, file.data(), file.size());
     } catch (...) {
         return false;
@@ -73,21 +68,16 @@ bool LoadValueRaw(IImgP& img, const std::string& path) {
     unsigned long long size = 0;
     if (!FileToolP::LoadDataFromFile(path, raw, size)) return false;
     Owned file(raw);
-    unsigned char head[kRawHeader] = {};
-    if (size != 0) std::memcpy(head, file.get(), static_cast<size_t>(std::min<uint64_t>(size, kRawHeader)));
-    uint32_t geometry[4];
-    std::memcpy(geometry, head, sizeof geometry);
-    const uint32_t width = geometry[1], height = geometry[2], channels = geometry[3];
-    if (!img.SetSize(width, height, static_cast<uint8_t>(channels), false)) return false;
-    std::memcpy(&img.GetResolution().dY, head + 16, 8);
-    std::memcpy(&img.GetResolution().dZ, head + 24, 8);
+    const format::ValueRawView view = format::DecodeValueRaw(format::Bytes(file.get(), static_cast<size_t>(size)));
+    if (!img.SetSize(view.width, view.height, static_cast<uint8_t>(view.channels), false)) return false;
+    img.GetResolution().dY = view.resolutionY;
+    img.GetResolution().dZ = view.resolutionZ;
     // The element count is the format's signed 32-bit product; a negative
     // one copies nothing, and no copy runs past the file or the buffer.
-    const auto count = static_cast<int32_t>(channels * height * width);
+    const auto count = static_cast<int32_t>(view.channels * view.height * view.width);
     const uint64_t bytes = count > 0 ? uint64_t{static_cast<uint32_t>(count)} * sizeof(T) : 0;
-    const uint64_t inFile = size > kRawHeader ? size - kRawHeader : 0;
-    const uint64_t copy = std::min({bytes, inFile, static_cast<uint64_t>(img.GetMemSize())});
-    if (copy != 0) std::memcpy(img.GetData(), file.get() + kRawHeader, static_cast<size_t>(copy));
+    const uint64_t copy = std::min({bytes, uint64_t{view.values.size}, static_cast<uint64_t>(img.GetMemSize())});
+    if (copy != 0) std::memcpy(img.GetData(), view.values.data, static_cast<size_t>(copy));
     return true;
 }
 

@@ -61,14 +61,14 @@ public:
 protected:
     IPoolNodeP* _NewNode() override;
     bool _Delete(IPoolNodeP* node) override;
-    virtual bool _PushData(void* src, size_t rowBytes, size_t rows, size_t rowGap) REQUIRES(m_mutex);
+    virtual bool _PushData(void* src, size_t rowBytes, size_t rows, size_t rowGap) GRABSYS_REQUIRES(m_mutex);
 
     bool _AssignDefaultMem(IChunkDataP* chunk);
     // The oldest waiting chunk of at least `size` bytes, or null.
-    IChunkDataP* _Find(size_t size) REQUIRES(m_mutex);
+    IChunkDataP* _Find(size_t size) GRABSYS_REQUIRES(m_mutex);
 
 private:
-    IChunkDataP* _FindOldestUsing(size_t size) REQUIRES(m_mutex);
+    IChunkDataP* _FindOldestUsing(size_t size) GRABSYS_REQUIRES(m_mutex);
 
     std::unique_ptr<CMemBlockMngP> m_mng;
     PoolMode m_mode;

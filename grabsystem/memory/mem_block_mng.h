@@ -34,15 +34,15 @@
 
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/memory/mem_block.h"
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/os/mutex.h"
 
 namespace GrabSystem {
 
 class GRABSYSTEM_EXPORT CMemBlockMngP {
 protected:
-    virtual void* _AllocMem(size_t size) REQUIRES(m_mutex);
-    virtual size_t _ReleaseMem(void* p) REQUIRES(m_mutex);
-    virtual bool _IsRemainMemEnough(size_t size, CMemBlockP& out) REQUIRES(m_mutex);
+    virtual void* _AllocMem(size_t size) GRABSYS_REQUIRES(m_mutex);
+    virtual size_t _ReleaseMem(void* p) GRABSYS_REQUIRES(m_mutex);
+    virtual bool _IsRemainMemEnough(size_t size, CMemBlockP& out) GRABSYS_REQUIRES(m_mutex);
 
 public:
     CMemBlockMngP();
@@ -92,7 +92,7 @@ public:
     void EnableMemAlloc(bool enable, bool wait);
 
 protected:
-    bool _CollectAllocedMemBlock() REQUIRES(m_mutex);
+    bool _CollectAllocedMemBlock() GRABSYS_REQUIRES(m_mutex);
 
     // Re-entrant, so that a placement policy, which runs with it held, may
     // call the getters.
@@ -100,16 +100,16 @@ protected:
 
 private:
 
-    bool m_enable GUARDED_BY(m_mutex) = false;
-    bool m_wait GUARDED_BY(m_mutex) = true;
+    bool m_enable GRABSYS_GUARDED_BY(m_mutex) = false;
+    bool m_wait GRABSYS_GUARDED_BY(m_mutex) = true;
     std::mutex m_gateMutex;
     std::unique_lock<std::mutex> m_gateLock{m_gateMutex, std::defer_lock};
-    std::unique_ptr<CMemBlockP> m_assigned GUARDED_BY(m_mutex);
-    std::vector<CMemBlockP> m_blocks GUARDED_BY(m_mutex);
-    uint32_t m_iterIdx GUARDED_BY(m_mutex) = 0;
-    uint64_t m_remain GUARDED_BY(m_mutex) = 0;
-    std::unique_ptr<CMemBlockP> m_tail GUARDED_BY(m_mutex);
-    CMemBlockP m_empty GUARDED_BY(m_mutex);
+    std::unique_ptr<CMemBlockP> m_assigned GRABSYS_GUARDED_BY(m_mutex);
+    std::vector<CMemBlockP> m_blocks GRABSYS_GUARDED_BY(m_mutex);
+    uint32_t m_iterIdx GRABSYS_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_remain GRABSYS_GUARDED_BY(m_mutex) = 0;
+    std::unique_ptr<CMemBlockP> m_tail GRABSYS_GUARDED_BY(m_mutex);
+    CMemBlockP m_empty GRABSYS_GUARDED_BY(m_mutex);
 };
 
 }  // namespace GrabSystem

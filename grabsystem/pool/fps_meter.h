@@ -23,10 +23,10 @@ public:
 
 private:
     platform::Mutex m_mutex;
-    uint32_t m_write GUARDED_BY(m_mutex) = 0;
-    uint32_t m_lastIdx GUARDED_BY(m_mutex) = 0;
-    uint32_t m_count GUARDED_BY(m_mutex) = 0;
-    uint32_t m_stamps[kSlots] GUARDED_BY(m_mutex) = {};
+    uint32_t m_write GRABSYS_GUARDED_BY(m_mutex) = 0;
+    uint32_t m_lastIdx GRABSYS_GUARDED_BY(m_mutex) = 0;
+    uint32_t m_count GRABSYS_GUARDED_BY(m_mutex) = 0;
+    uint32_t m_stamps[kSlots] GRABSYS_GUARDED_BY(m_mutex) = {};
 };
 
 }  // namespace GrabSystem

@@ -99,21 +99,21 @@ public:
     void ResetCounters();
 
 protected:
-    bool _Push(IPoolNodeP* node) REQUIRES(m_mutex);
-    bool _Release(IPoolNodeP* node) REQUIRES(m_mutex);
-    bool _ReleaseAll() REQUIRES(m_mutex);
-    uint32_t _GetUsingCount() REQUIRES(m_mutex);
-    uint32_t _GetWaitingCount() REQUIRES(m_mutex);
-    uint64_t _PopNextSerialNum() REQUIRES(m_mutex);
-    IPoolNodeP* _GetNodeWithSerial(uint64_t serial) REQUIRES(m_mutex);
+    bool _Push(IPoolNodeP* node) GRABSYS_REQUIRES(m_mutex);
+    bool _Release(IPoolNodeP* node) GRABSYS_REQUIRES(m_mutex);
+    bool _ReleaseAll() GRABSYS_REQUIRES(m_mutex);
+    uint32_t _GetUsingCount() GRABSYS_REQUIRES(m_mutex);
+    uint32_t _GetWaitingCount() GRABSYS_REQUIRES(m_mutex);
+    uint64_t _PopNextSerialNum() GRABSYS_REQUIRES(m_mutex);
+    IPoolNodeP* _GetNodeWithSerial(uint64_t serial) GRABSYS_REQUIRES(m_mutex);
     bool _AddLog(PelvaneSpace::CMsgLogP& log);
 
     // For derived pools: a frame refused (`tooLarge`: no node could take
     // it, else every node that could was in use), a ring overwrite, and the
     // bytes of a frame copied into a node.
-    void _CountRefusal(bool tooLarge) REQUIRES(m_mutex);
-    void _CountOverwrite() REQUIRES(m_mutex) { m_overwritten.Add(); }
-    void _CountCopied(uint64_t bytes) REQUIRES(m_mutex) { m_bytesCopied.Add(bytes); }
+    void _CountRefusal(bool tooLarge) GRABSYS_REQUIRES(m_mutex);
+    void _CountOverwrite() GRABSYS_REQUIRES(m_mutex) { m_overwritten.Add(); }
+    void _CountCopied(uint64_t bytes) GRABSYS_REQUIRES(m_mutex) { m_bytesCopied.Add(bytes); }
 
     // Builds and hands over a log line prefixed by "%d>" with the pool id,
     // and only when a log manager is attached: an unattached pool neither
@@ -127,7 +127,7 @@ protected:
 
     bool _Owns(const IPoolNodeP* node) const { return node->GetPoolCtrl() == this; }
 
-    IPoolNodeP* _LastPushedOrReleased() REQUIRES(m_mutex) { return m_lastNode; }
+    IPoolNodeP* _LastPushedOrReleased() GRABSYS_REQUIRES(m_mutex) { return m_lastNode; }
     CPnEnd* _UsingEnd() const { return m_usingEnd.get(); }
     CPnBegin* _UsingBegin() const { return m_usingBegin.get(); }
     CPnBegin* _WaitingBegin() const { return m_waitingBegin.get(); }
@@ -147,7 +147,7 @@ private:
     // Atomic because Get/SetNextSerialNum work without the pool mutex.
     std::atomic<uint64_t> m_nextSerial{0};
     unsigned char m_poolId;
-    IPoolNodeP* m_lastNode GUARDED_BY(m_mutex) = nullptr;
+    IPoolNodeP* m_lastNode GRABSYS_GUARDED_BY(m_mutex) = nullptr;
     std::unique_ptr<CFpsMeterP> m_fps;
     // Written under the pool mutex, read without it.
     Count m_pushed, m_refusedNoFreeNode, m_refusedTooLarge, m_overwritten, m_released, m_maxInUse, m_bytesCopied;

@@ -10,7 +10,7 @@
 #include "arm_test_support.h"
 #include "grabsystem/arm/arm_image_extractor.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
-#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/format/image_io_tool.h"
 #include "test_support.h"
 
 using namespace GrabSystem;

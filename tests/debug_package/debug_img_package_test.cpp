@@ -10,7 +10,7 @@
 #include "grabsystem/debug_package/debug_img_package.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
-#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/format/image_io_tool.h"
 #include "test_support.h"
 
 using namespace GrabSystem;

@@ -25,7 +25,7 @@
 #include "grabsystem/debug_package/debug_package.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
-#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/format/image_io_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "test_support.h"
 

@@ -14,7 +14,7 @@
 
 #include "grabsystem/platform/device/cuda_driver.h"
 #include "grabsystem/platform/device/device_manager.h"
-#include "grabsystem/pool/img_pool_ctrl.h"
+#include "grabsystem/image/img_pool_ctrl.h"
 #ifdef GRABSYS_BYTE_SUM_PTX
 #include "byte_sum_ptx.h"
 #endif

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "grabsystem/image/img_kinds.h"
-#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/format/image_io_tool.h"
 #include "test_support.h"
 
 using namespace GrabSystem;

@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "grabsystem/image/img_kinds.h"
-#include "grabsystem/pool/img_pool_ctrl.h"
+#include "grabsystem/image/img_pool_ctrl.h"
 
 using namespace GrabSystem;
 using VormexDataStructure::eMemModeFixed;

@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <vector>
 
-#include "grabsystem/platform/data_structure/data_structure.h"
+#include "grabsystem/format/data_structure.h"
 #include "grabsystem/platform/os/os.h"
 #include "test_support.h"
 

@@ -13,7 +13,7 @@ uint32_t Fake() { return g_fake.load(); }
 
 // Re-entry is what a critical section allows and what the static lock
 // analysis cannot express.
-void CountReentered(CriticalSection& cs, int& counter) NO_THREAD_SAFETY_ANALYSIS {
+void CountReentered(CriticalSection& cs, int& counter) GRABSYS_NO_THREAD_SAFETY_ANALYSIS {
     cs.Enter();
     cs.Enter();
     ++counter;

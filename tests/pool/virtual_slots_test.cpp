@@ -9,7 +9,7 @@
 
 #include "grabsystem/image/img.h"
 #include "grabsystem/memory/mem_block_mng.h"
-#include "grabsystem/pool/img_pool_ctrl.h"
+#include "grabsystem/image/img_pool_ctrl.h"
 
 using namespace GrabSystem;
 

@@ -1,6 +1,6 @@
 #include "test_support.h"
 
-#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/format/image_io_tool.h"
 
 #include <atomic>
 #include <cstdarg>

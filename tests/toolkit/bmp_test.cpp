@@ -6,7 +6,7 @@
 #include <memory>
 #include <vector>
 
-#include "grabsystem/platform/toolkit/image_io_tool.h"
+#include "grabsystem/format/image_io_tool.h"
 #include "test_support.h"
 
 using namespace DrasselSpace;

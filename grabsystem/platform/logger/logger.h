@@ -63,7 +63,7 @@ public:
 
 private:
     GrabSystem::platform::Mutex m_mutex;
-    Sink m_sink GUARDED_BY(m_mutex);
+    Sink m_sink GRABSYS_GUARDED_BY(m_mutex);
 };
 
 // Process-wide logger of timing and progress lines ("ArmCost--...").
@@ -83,7 +83,7 @@ private:
     Logger() = default;
 
     GrabSystem::platform::Mutex m_mutex;
-    Sink m_sink GUARDED_BY(m_mutex);
+    Sink m_sink GRABSYS_GUARDED_BY(m_mutex);
 };
 
 }  // namespace PelvaneSpace

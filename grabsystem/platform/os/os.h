@@ -10,7 +10,7 @@
 #include <string>
 
 #include "grabsystem/grabsystem_export.h"
-#include "grabsystem/platform/os/thread_annotations.h"
+#include "grabsystem/platform/os/mutex.h"
 
 namespace GrabSystem {
 namespace platform {
@@ -33,37 +33,6 @@ GRABSYSTEM_EXPORT uint32_t SystemTickMs();
 
 // Blocks the calling thread for at least `ms` milliseconds.
 GRABSYSTEM_EXPORT void SleepMs(uint32_t ms);
-
-// ---------------------------------------------------------------- locks
-
-// A recursive lock with the semantics of a Win32 critical section: the
-// owning thread may enter it again; each Enter needs one Leave.
-class GRABSYSTEM_EXPORT CAPABILITY("critical section") CriticalSection {
-public:
-    CriticalSection();
-    ~CriticalSection();
-    CriticalSection(const CriticalSection&) = delete;
-    CriticalSection& operator=(const CriticalSection&) = delete;
-
-    void Enter() ACQUIRE();
-    void Leave() RELEASE();
-
-private:
-    // Storage for the native object (pthread_mutex_t or CRITICAL_SECTION),
-    // so that this header needs no OS header.
-    alignas(8) unsigned char m_native[64];
-};
-
-class SCOPED_CAPABILITY CriticalSectionLock {
-public:
-    explicit CriticalSectionLock(CriticalSection& cs) ACQUIRE(cs) : m_cs(cs) { m_cs.Enter(); }
-    ~CriticalSectionLock() RELEASE() { m_cs.Leave(); }
-    CriticalSectionLock(const CriticalSectionLock&) = delete;
-    CriticalSectionLock& operator=(const CriticalSectionLock&) = delete;
-
-private:
-    CriticalSection& m_cs;
-};
 
 // ---------------------------------------------------------------- threads
 

@@ -1,4 +1,4 @@
-#include "grabsystem/pool/img_pool_ctrl.h"
+#include "grabsystem/image/img_pool_ctrl.h"
 
 #include "grabsystem/image/img_kinds.h"
 

@@ -25,7 +25,7 @@ namespace GrabSystem {
 class GRABSYSTEM_EXPORT CImgPoolCtrlP : public CChunkPoolCtrlP {
 protected:
     virtual bool _PushImg(void* src, size_t rowBytes, size_t rows, size_t rowGap, unsigned int frameAttr)
-        REQUIRES(m_mutex);
+        GRABSYS_REQUIRES(m_mutex);
 
 public:
     // `bits` is normalised: up to 8 (1 included) -> 8, 9..16 -> 16,

@@ -1,36 +1,18 @@
 // The data-structure library: image geometry, resolution, alignment, the
 // processing log and the information block that travels with every image
-// file, with their serialisation to C streams.
-//
-// Byte layouts (all integers and floats little-endian; every record starts
-// with its 16-bit version word, which is 1):
-//
-//   ImgSize       u16 ver, u32 width, u32 height, u64 area, u64 byteSize,
-//                 u8 channels, u8 bitsPerChannel, u8 bitsPerPixel,
-//                 u8 bytesPerChannel, u8 bytesPerPixel          (31 bytes)
-//   ImgRes        u16 ver, f64 x, f64 y, f64 z                  (26 bytes)
-//   ImgAlignment  u16 ver, u32 width, u32 height, i32 offsetX, i32 offsetY
-//                                                               (18 bytes)
-//   ImgProcCmd    u16 ver, i32 tag, char msg[32]                (38 bytes)
-//   ImgProcCmds   u16 ver, u32 n, n x ImgProcCmd
-//   CPointF       u16 ver, f32 x, f32 y                         (10 bytes)
-//   CImgInfo      the stream form:
-//                   u16 ver, i32 fileFormat, i32 memMode, ImgSize,
-//                   ImgAlignment image, ImgAlignment cad, ImgRes,
-//                   ImgProcCmds, u16 status, i32 camIdx, u32 frameAttr
-//                 followed, to make the block findable from a file's end, by
-//                   u32 L (bytes of the stream form), char[8] "VXIMINFO"
+// file. The records are plain values; their byte layouts, and the stream
+// forms that the members below read and write, are the codecs of
+// info_block.h.
 //
 // An image file (raw, BMP, JPEG) ends with one CImgInfo block, so
 // HasCImgInfo and ExtractFileType work by seeking from the end. Readers
-// check every field before using it: derived ImgSize fields must agree with
-// the geometry, counts must fit in the bytes that remain, and a block whose
-// length word disagrees with its content is refused. A failed read leaves
+// check every field before using it (see info_block.h); a failed read leaves
 // the object unchanged.
 //
 // These are plain values: not thread-safe, copied deeply.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
@@ -177,6 +159,8 @@ public:
     static const uint16_t byteVerSpt;
     static const int nMsgCnt;  // 32: characters of the note, terminator included
 
+    static constexpr size_t kMsgBytes = 32;
+
     explicit ImgProcCmd(eProcTag tag = eProcNone, const char* msg = nullptr);
     virtual ~ImgProcCmd() = default;
     ImgProcCmd(const ImgProcCmd&) = default;
@@ -187,6 +171,9 @@ public:
 
     eProcTag GetTag() const { return m_tag; }
     const char* GetMsg() const { return m_msg; }
+    // The note as a record stores it: all kMsgBytes bytes, the last one
+    // forced to the terminator.
+    void Set(eProcTag tag, const char* msg);
 
 private:
     eProcTag m_tag;
@@ -271,10 +258,6 @@ public:
     uint16_t status = 0;  // 65535 marks an image that came from a file
     GrabSystem::eCamIdx camIdx = GrabSystem::eCamNone;
     uint32_t frameAttr = 0;
-
-private:
-    bool _WriteStream(FILE* file, eImgFileFormat format) const;
-    bool _ReadStream(FILE* file);
 };
 
 }  // namespace VormexDataStructure

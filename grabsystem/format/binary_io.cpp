@@ -1,6 +1,6 @@
-#include "grabsystem/platform/toolkit/binary_io.h"
+#include "grabsystem/format/binary_io.h"
 
-#include "grabsystem/platform/data_structure/stream_io.h"
+#include "grabsystem/format/coding.h"
 #include "grabsystem/platform/os/os.h"
 
 using GrabSystem::platform::FileSize;
@@ -22,12 +22,12 @@ void BinaryReader::Close() {
 }
 
 unsigned int BinaryReader::ReadUInt() {
-    uint32_t value = 0;
-    if (m_file == nullptr || !VormexDataStructure::io::ReadLE(m_file, value)) {
+    uint8_t word[4] = {};
+    if (m_file == nullptr || std::fread(word, 1, sizeof word, m_file) != sizeof word) {
         m_failed = true;
         return 0;
     }
-    return value;
+    return GrabSystem::format::GetU32(word);
 }
 
 size_t BinaryReader::ReadByteArray(unsigned char* dest, size_t size) {
@@ -65,7 +65,9 @@ bool BinaryWriter::Close() {
 }
 
 bool BinaryWriter::WriteUInt(unsigned int value) {
-    const bool ok = m_file != nullptr && VormexDataStructure::io::WriteLE(m_file, static_cast<uint32_t>(value));
+    uint8_t word[4];
+    GrabSystem::format::PutU32(word, value);
+    const bool ok = m_file != nullptr && std::fwrite(word, 1, sizeof word, m_file) == sizeof word;
     if (!ok) m_failed = true;
     return ok;
 }

@@ -1,16 +1,6 @@
-// BMP files of the toolkit library.
-//
-// The writer produces standard uncompressed top-down BMPs (negative height,
-// so rows go out in memory order): 8-bit grey with a grey palette for one
-// channel, 24-bit for three, 32-bit for four. The
-// reader accepts uncompressed 8-bit (palette mapped to grey), 24-bit and
-// 32-bit files in either row order. Pixels in memory are packed rows, top
-// row first, channels interleaved in the file's order (B, G, R[, A]).
-//
-// The reader treats every header field as hostile: sizes and offsets are
-// checked against the file before anything is allocated, so a damaged file
-// gives false and never a read outside the file's bytes. Bytes after the
-// pixel array (such as an image information block) are ignored.
+// The toolkit library's BMP files: SaveBMP and LoadBMP over paths, DecodeBMP
+// over bytes already in memory. The byte layout, and what the reader takes
+// and refuses, is the BMP codec's (bmp.h).
 #pragma once
 
 #include "grabsystem/grabsystem_export.h"

@@ -1,0 +1,110 @@
+#include "grabsystem/format/package.h"
+
+namespace GrabSystem {
+namespace format {
+
+namespace {
+// The image package is read word by word, and a word the file does not hold
+// whole reads as 0, as its reader has always delivered.
+uint32_t WholeWord(Reader& r) {
+    if (r.Remaining() >= 4) return r.U32();
+    r.Skip(4);
+    return 0;
+}
+}  // namespace
+
+ImagePackageHead DecodeImagePackageHead(Bytes file) {
+    Reader r(file);
+    ImagePackageHead head;
+    head.version = WholeWord(r);
+    head.count = WholeWord(r);
+    head.bytes = 8;
+    if (head.version != 1) {
+        head.jumpIdx = WholeWord(r);
+        head.bytes = 12;
+    }
+    return head;
+}
+
+CDebugImgPackageInfoP DecodeImagePackageRecord(Bytes bytes) {
+    Reader r(bytes);
+    CDebugImgPackageInfoP info;
+    info.Width = WholeWord(r);
+    info.Height = WholeWord(r);
+    info.FrameCount = WholeWord(r);
+    info.GroupIdx = WholeWord(r);
+    info.CamIdx = WholeWord(r);
+    return info;
+}
+
+void EncodeImagePackageHead(Writer& w, uint32_t version, uint32_t count, uint32_t jumpIdx) {
+    w.U32(version);
+    w.U32(count);
+    w.U32(jumpIdx);
+}
+
+void EncodeImagePackageRecord(Writer& w, const CDebugImgPackageInfoP& info) {
+    w.U32(info.Width);
+    w.U32(info.Height);
+    w.U32(info.FrameCount);
+    w.U32(info.GroupIdx);
+    w.U32(info.CamIdx);
+}
+
+uint32_t ImagePackageDataBytes(const std::vector<CDebugImgPackageInfoP>& infos) {
+    uint32_t size = 0;
+    for (const CDebugImgPackageInfoP& info : infos) size += info.Width * info.Height * info.FrameCount;
+    return size;
+}
+
+GeneralPackageHead DecodeGeneralPackageHead(Bytes file) {
+    Reader r(file);
+    GeneralPackageHead head;
+    head.version = r.U32();
+    head.flag = r.U32();
+    head.count = r.U32();
+    return head;
+}
+
+CDebugPackageInfoP DecodeGeneralPackageRecord(Bytes bytes) {
+    Reader r(bytes);
+    CDebugPackageInfoP info;
+    info.JumpIdx = r.U32();
+    info.Width = r.U32();
+    info.Height = r.U32();
+    info.FrameCount = r.U32();
+    info.GroupIdx = r.U32();
+    info.CamIdx = r.U32();
+    return info;
+}
+
+void EncodeGeneralPackageHead(Writer& w, uint32_t version, uint32_t flag, uint32_t count) {
+    w.U32(version);
+    w.U32(flag);
+    w.U32(count);
+}
+
+void EncodeGeneralPackageRecord(Writer& w, const CDebugPackageInfoP& info) {
+    w.U32(info.JumpIdx);
+    w.U32(info.Width);
+    w.U32(info.Height);
+    w.U32(info.FrameCount);
+    w.U32(info.GroupIdx);
+    w.U32(info.CamIdx);
+}
+
+uint64_t GeneralPackageDataOffset(uint32_t count) { return kGeneralPackageHeadBytes + uint64_t{count} * kGeneralPackageRecordBytes; }
+
+PackageBlock DecodePackageBlock(Bytes data, uint64_t offset) {
+    Reader r(data.Sub(offset));
+    PackageBlock block;
+    block.length = r.U32();
+    block.bytes = r.Take(block.length);
+    block.complete = !r.Short();
+    return block;
+}
+
+void EncodePackageBlockLength(Writer& w, uint32_t length) { w.U32(length); }
+
+}  // namespace format
+}  // namespace GrabSystem

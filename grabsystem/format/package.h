@@ -1,0 +1,104 @@
+// The two forms of the debug package file. All integers u32 little-endian;
+// no magic, no checksum.
+//
+//   image package    Version (2 when written) | record count n |
+//                    JumpIdx (absent when Version is 1, always written) |
+//                    n records of Width, Height, FrameCount, GroupIdx,
+//                    CamIdx (20 bytes) | the data area
+//   general package  Version (3 when written) | project-file flag |
+//                    record count n | n records of JumpIdx, Width, Height,
+//                    FrameCount, GroupIdx, CamIdx (24 bytes) | the data area
+//
+// In a record the group index comes before the camera index, the reverse of
+// the records in memory. The data area, and only it, is encrypted. Plain,
+// the image package's is its frames back to back (Width x Height bytes
+// each, the length implied by the records); the general package's is a
+// sequence of blocks, each a u32 length L and L bytes: the project file
+// first when the flag is 1, then one LZ4-compressed frame per block.
+//
+// Decoders read what a file lacks as zeros, as the packages' readers have
+// always delivered past a file's end: the image package word by word (a
+// word not all there is 0), the general package byte by byte.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "grabsystem/format/coding.h"
+#include "grabsystem/grabsystem_export.h"
+
+namespace GrabSystem {
+
+// One run of frames of one camera in an image package.
+struct GRABSYSTEM_EXPORT CDebugImgPackageInfoP {
+    uint32_t Width = 0;
+    uint32_t Height = 0;
+    uint32_t FrameCount = 0;
+    uint32_t CamIdx = 0;
+    uint32_t GroupIdx = 0;  // frames of run g are numbered from FrameCount x g
+};
+
+// One run of frames of one camera in a general package.
+struct GRABSYSTEM_EXPORT CDebugPackageInfoP {
+    uint32_t JumpIdx = 0;
+    uint32_t Width = 0;
+    uint32_t Height = 0;
+    uint32_t FrameCount = 0;
+    uint32_t CamIdx = 0;
+    uint32_t GroupIdx = 0;
+};
+
+namespace format {
+
+constexpr uint32_t kImagePackageVersion = 2;
+constexpr size_t kImagePackageRecordBytes = 20;
+constexpr uint32_t kGeneralPackageVersion = 3;
+constexpr size_t kGeneralPackageHeadBytes = 12;
+constexpr size_t kGeneralPackageRecordBytes = 24;
+constexpr size_t kPackageBlockLengthBytes = 4;
+
+// ---- image package
+
+struct ImagePackageHead {
+    uint32_t version = 0;
+    uint32_t count = 0;
+    uint32_t jumpIdx = 0;  // 0 for version 1, which has no jump word
+    size_t bytes = 0;      // where the records start: 8 for version 1, else 12
+};
+ImagePackageHead DecodeImagePackageHead(Bytes file);
+// The record at the start of `bytes`.
+CDebugImgPackageInfoP DecodeImagePackageRecord(Bytes bytes);
+// Writes the jump word whatever the version says, as the writer always has.
+void EncodeImagePackageHead(Writer& w, uint32_t version, uint32_t count, uint32_t jumpIdx);
+void EncodeImagePackageRecord(Writer& w, const CDebugImgPackageInfoP& info);
+// The data area's size: the records' Width x Height x FrameCount, summed in
+// 32 bits (it wraps, as the format has always summed it).
+uint32_t ImagePackageDataBytes(const std::vector<CDebugImgPackageInfoP>& infos);
+
+// ---- general package
+
+struct GeneralPackageHead {
+    uint32_t version = 0;
+    uint32_t flag = 0;  // 1: the data area starts with the project file
+    uint32_t count = 0;
+};
+GeneralPackageHead DecodeGeneralPackageHead(Bytes file);
+CDebugPackageInfoP DecodeGeneralPackageRecord(Bytes bytes);
+void EncodeGeneralPackageHead(Writer& w, uint32_t version, uint32_t flag, uint32_t count);
+void EncodeGeneralPackageRecord(Writer& w, const CDebugPackageInfoP& info);
+// Where the data area starts: after the head and n records.
+uint64_t GeneralPackageDataOffset(uint32_t count);
+
+// A block of a general package's plain data area at `offset`: its length
+// word (missing bytes read as zeros) and what `data` holds of its bytes.
+struct PackageBlock {
+    uint32_t length = 0;
+    Bytes bytes;
+    bool complete = false;  // the length word and all L bytes are there
+};
+PackageBlock DecodePackageBlock(Bytes data, uint64_t offset);
+void EncodePackageBlockLength(Writer& w, uint32_t length);
+
+}  // namespace format
+}  // namespace GrabSystem
