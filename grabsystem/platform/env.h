@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/os/os.h"
 
 namespace GrabSystem {
 namespace platform {
@@ -55,16 +56,8 @@ public:
     virtual void Abandon() = 0;
 };
 
-// A started thread; null means "no thread". Win32 semantics: the handle stays
-// valid until CloseThread, whether or not the thread has ended.
-using ThreadHandle = void*;
-using ThreadFunc = unsigned long (*)(void* arg);
-
-// Win32 priority values, which is what callers pass.
-enum ThreadPriority : int {
-    eThreadPriorityNormal = 0,
-    eThreadPriorityTimeCritical = 15,
-};
+// ThreadHandle, ThreadFunc and ThreadPriority are the OS layer's own
+// (os.h), so that both headers can be included together.
 
 class GRABSYSTEM_EXPORT Env {
 public:
@@ -77,7 +70,8 @@ public:
     // own (behind a drive mapping rooted at the current directory on POSIX).
     static Env* Default();
     // Makes `env` the default (not owned; it must outlive its use) and
-    // returns the one it replaces; null restores the built-in default.
+    // returns the one it replaces (null when that was the built-in one);
+    // null restores the built-in default.
     static Env* Install(Env* env);
     // The operating system's own Env, with no wrapper.
     static Env* System();

@@ -1,0 +1,321 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <filesystem>
+#include <string>
+#include <thread>
+#include <vector>
+
+#ifndef _WIN32
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#endif
+
+#include "fault_env.h"
+#include "grabsystem/platform/env.h"
+#include "test_support.h"
+
+using namespace GrabSystem::platform;
+using grabsys_test::FaultEnv;
+using grabsys_test::ReadAll;
+using grabsys_test::TempDir;
+using grabsys_test::WriteAll;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::vector<unsigned char> Bytes(const std::string& text) { return {text.begin(), text.end()}; }
+
+bool Put(WritableFile& file, const std::string& text) { return file.Append(text.data(), text.size()); }
+
+std::vector<std::string> Sorted(Env* env, const std::string& dir) {
+    std::vector<std::string> names;
+    EXPECT_TRUE(env->ListFiles(dir, names)) << dir;
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+// What reaches the disk, to see how many bytes a fault lets through.
+class RecordingEnv : public EnvWrapper {
+public:
+    RecordingEnv() : EnvWrapper(Env::System()) {}
+    std::unique_ptr<WritableFile> NewWritableFile(const std::string&) override {
+        struct File : WritableFile {
+            explicit File(std::string* out) : out(out) {}
+            bool Append(const void* data, size_t size) override {
+                out->append(static_cast<const char*>(data), size);
+                return true;
+            }
+            bool Sync() override { return true; }
+            bool Close() override { return true; }
+            void Abandon() override {}
+            std::string* out;
+        };
+        return std::make_unique<File>(&written);
+    }
+    std::string written;
+};
+
+}  // namespace
+
+TEST(EnvFiles, WholeFileAppearsAtCloseAndNoTemporaryStays) {
+    TempDir dir;
+    Env* env = Env::System();
+    const std::string path = dir.Path() + "/a.bin";
+    const std::vector<std::string> justA{"a.bin"};
+
+    auto file = env->NewWritableFile(path);
+    ASSERT_NE(file, nullptr);
+    const std::vector<unsigned char> big = grabsys_test::FrameBytes(512, 400, 3);  // past the write buffer
+    ASSERT_TRUE(file->Append(big.data(), big.size()));
+    EXPECT_FALSE(env->FileExists(path));
+    ASSERT_TRUE(file->Close());
+    EXPECT_EQ(ReadAll(path), big);
+    EXPECT_EQ(Sorted(env, dir.Path()), justA);
+
+    // A rewrite that is abandoned, dropped unclosed or fails leaves the old file.
+    file = env->NewWritableFile(path);
+    ASSERT_TRUE(Put(*file, "other"));
+    file->Abandon();
+    EXPECT_FALSE(file->Close());
+    env->NewWritableFile(path)->Append("x", 1);
+    FaultEnv fault(env);
+    fault.FailWrite(2);
+    file = fault.NewWritableFile(path);
+    EXPECT_TRUE(Put(*file, "one"));
+    EXPECT_FALSE(Put(*file, "two"));
+    EXPECT_FALSE(file->Close());
+    EXPECT_EQ(ReadAll(path), big);
+    EXPECT_EQ(Sorted(env, dir.Path()), justA);
+
+    file = env->NewWritableFile(path);
+    ASSERT_TRUE(Put(*file, "new") && file->Sync() && file->Close());
+    EXPECT_EQ(ReadAll(path), Bytes("new"));
+    EXPECT_EQ(env->NewWritableFile(dir.Path()), nullptr);
+    EXPECT_EQ(env->NewWritableFile(dir.Path() + "/missing/a.bin"), nullptr);
+
+    std::unique_ptr<unsigned char[]> data;
+    uint64_t size = 9;
+    ASSERT_TRUE(env->ReadFile(path, data, size));
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(data.get()), size), "new");
+    WriteAll(dir.Path() + "/empty", {});
+    EXPECT_TRUE(env->ReadFile(dir.Path() + "/empty", data, size));
+    EXPECT_TRUE(data == nullptr && size == 0);
+    size = 9;
+    EXPECT_FALSE(env->ReadFile(dir.Path() + "/none", data, size));
+    EXPECT_FALSE(env->ReadFile(dir.Path(), data, size));
+    EXPECT_TRUE(data == nullptr && size == 0);
+}
+
+TEST(EnvFiles, LinksAndDevicesAreWrittenInPlace) {
+#ifdef _WIN32
+    GTEST_SKIP() << "symbolic links and /dev need POSIX";
+#else
+    TempDir dir;
+    Env* env = Env::System();
+    const std::string target = dir.Path() + "/target", link = dir.Path() + "/link";
+    WriteAll(target, Bytes("old"));
+    fs::create_symlink(target, link);
+    auto file = env->NewWritableFile(link);
+    ASSERT_TRUE(file != nullptr && Put(*file, "new") && file->Close());
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(ReadAll(target), Bytes("new"));
+    EXPECT_EQ(Sorted(env, dir.Path()), (std::vector<std::string>{"link", "target"}));
+    EXPECT_FALSE(env->RemoveFile(link));
+    EXPECT_TRUE(fs::is_symlink(link));
+
+    // A pipe first: should it be replaced, the damage stays in the test's
+    // folder, and the devices below are not touched.
+    const std::string pipe = dir.Path() + "/pipe";
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    const int reader = ::open(pipe.c_str(), O_RDONLY | O_NONBLOCK);
+    ASSERT_GE(reader, 0);
+    file = env->NewWritableFile(pipe);
+    EXPECT_TRUE(file != nullptr && Put(*file, "piped") && file->Close());
+    char got[8] = {};
+    EXPECT_EQ(::read(reader, got, sizeof got), 5);
+    ::close(reader);
+    EXPECT_EQ(std::string(got), "piped");
+    EXPECT_FALSE(env->RemoveFile(pipe));
+    ASSERT_TRUE(fs::is_fifo(fs::symlink_status(pipe)));
+
+    file = env->NewWritableFile("/dev/null");
+    ASSERT_TRUE(file != nullptr && Put(*file, "gone") && file->Close());
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    if (fs::is_character_file("/dev/full")) {
+        file = env->NewWritableFile("/dev/full");
+        ASSERT_NE(file, nullptr);
+        EXPECT_FALSE(Put(*file, "x") && file->Close());
+        EXPECT_TRUE(fs::is_character_file("/dev/full"));
+    }
+    // An appended link is never cut back: what it points to is not ours.
+    FaultEnv fault(env);
+    fault.ShortWrite(1);
+    file = fault.NewAppendableFile(link);
+    EXPECT_FALSE(Put(*file, "1234"));
+    EXPECT_EQ(ReadAll(target), Bytes("new12"));
+#endif
+}
+
+TEST(EnvFiles, AppendCutsBackWhatFailed) {
+    TempDir dir;
+    Env* env = Env::System();
+    FaultEnv fault(env);
+    const std::string path = dir.Path() + "/log";
+    WriteAll(path, Bytes("abc"));
+
+    auto file = fault.NewAppendableFile(path);
+    ASSERT_TRUE(file != nullptr && Put(*file, "def") && file->Close());
+    EXPECT_EQ(ReadAll(path), Bytes("abcdef"));
+
+    file = fault.NewAppendableFile(path);
+    ASSERT_TRUE(Put(*file, "ghi"));
+    fault.ShortWrite(1);
+    EXPECT_FALSE(Put(*file, "jklm"));
+    EXPECT_FALSE(file->Close());
+    EXPECT_EQ(ReadAll(path), Bytes("abcdef"));
+
+    file = env->NewAppendableFile(path);
+    ASSERT_TRUE(Put(*file, "xyz"));
+    file->Abandon();
+    EXPECT_EQ(ReadAll(path), Bytes("abcdef"));
+
+    // A file the append created goes again, abandoned or dropped.
+    const std::string fresh = dir.Path() + "/fresh";
+    env->NewAppendableFile(fresh)->Append("x", 1);
+    EXPECT_FALSE(fs::exists(fresh));
+    EXPECT_EQ(env->NewAppendableFile(dir.Path()), nullptr);
+}
+
+TEST(FaultEnv, FaultsPassWhatFitsAndCountEveryAppend) {
+    RecordingEnv disk;
+    FaultEnv fault(&disk);
+    fault.FillDiskAfter(10);
+    auto file = fault.NewWritableFile("a");
+    EXPECT_TRUE(Put(*file, "abcdef"));
+    EXPECT_FALSE(Put(*file, "ghijkl"));
+    EXPECT_FALSE(file->Close());
+    EXPECT_FALSE(Put(*fault.NewWritableFile("b"), "z"));
+    EXPECT_EQ(disk.written, "abcdefghij");
+
+    fault.Clear();
+    EXPECT_EQ(fault.Appends(), 0u);
+    fault.ShortWrite(2);
+    file = fault.NewWritableFile("c");
+    EXPECT_TRUE(Put(*file, "12"));
+    EXPECT_FALSE(Put(*file, "345678"));
+    EXPECT_EQ(disk.written, "abcdefghij12345");
+
+    // Counted across threads: exactly the chosen Append fails, and only its
+    // file is missing afterwards.
+    TempDir dir;
+    FaultEnv real(Env::System());
+    real.FailWrite(250);
+    std::atomic<int> failedFiles{0};
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t)
+        writers.emplace_back([&, t] {
+            auto own = real.NewWritableFile(dir.Path() + "/t" + std::to_string(t));
+            for (int i = 0; i < 100; ++i) Put(*own, "x");
+            failedFiles += own->Close() ? 0 : 1;
+        });
+    for (std::thread& writer : writers) writer.join();
+    EXPECT_EQ(real.Appends(), 400u);
+    EXPECT_EQ(failedFiles.load(), 1);
+    EXPECT_EQ(grabsys_test::Tree(dir.Path()).size(), 3u);
+}
+
+TEST(FaultEnv, RefusedFolderCreatesNothingInside) {
+    TempDir dir;
+    DriveMappingEnv mapped(Env::System(), dir.Path());
+    FaultEnv fault(&mapped);
+    ASSERT_TRUE(fault.CreateDirectories("D:/ro/old"));
+    fault.RefuseFolder("D:\\ro\\");
+    EXPECT_EQ(fault.NewWritableFile("D://ro//a"), nullptr);
+    EXPECT_EQ(fault.NewAppendableFile("D:/ro/sub/b"), nullptr);
+    EXPECT_FALSE(fault.CreateDirectories("D:\\ro\\new"));
+    EXPECT_TRUE(fault.CreateDirectories("D:/ro/old"));  // there already
+    EXPECT_TRUE(fault.CreateDirectories("D:/ro"));
+    auto file = fault.NewWritableFile("D:/rope");
+    ASSERT_TRUE(file != nullptr && Put(*file, "ok") && file->Close());
+    EXPECT_EQ(ReadAll(dir.Path() + "/D/rope"), Bytes("ok"));
+    fault.Clear();
+    file = fault.NewWritableFile("D:/ro/a");
+    EXPECT_TRUE(file != nullptr && file->Close());
+}
+
+TEST(Env, DriveMappingMapsDrivesUnderItsRoot) {
+    DriveMappingEnv plain(Env::System(), ""), rooted(Env::System(), "/r");
+    const char* cases[][3] = {
+        {"D://ImgTest//Cam1//img2.bmp", "D/ImgTest/Cam1/img2.bmp", "/r/D/ImgTest/Cam1/img2.bmp"},
+        {"D:\\vormex\\importTmp.fpz", "D/vormex/importTmp.fpz", "/r/D/vormex/importTmp.fpz"},
+        {"d:x", "D/x", "/r/D/x"},
+        {"rel\\a//b", "rel/a/b", "rel/a/b"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(plain.Map(c[0]), c[1]);
+        EXPECT_EQ(rooted.Map(c[0]), c[2]);
+        EXPECT_EQ(rooted.NativePath(c[0]), c[2]);
+    }
+
+    TempDir dir;
+    DriveMappingEnv env(Env::System(), dir.Path());
+    ASSERT_TRUE(env.CreateDirectories("D:\\a\\sub"));
+    auto file = env.NewWritableFile("D://a//f");
+    ASSERT_TRUE(file != nullptr && Put(*file, "f") && file->Close());
+    EXPECT_TRUE(env.FileExists("D:\\a\\f"));
+    EXPECT_TRUE(env.RenameFile("D:/a/f", "D:\\a\\g"));
+    WriteAll(dir.Path() + "/D/a/h", Bytes("h"));
+    // Folders are not files.
+    EXPECT_EQ(Sorted(&env, "D:/a"), (std::vector<std::string>{"g", "h"}));
+    EXPECT_TRUE(env.IsDirectory("D:/a/sub") && !env.FileExists("D:/a/sub") && !env.RemoveFile("D:/a/sub"));
+    EXPECT_TRUE(env.RemoveFile("d:/a/g"));
+    EXPECT_FALSE(fs::exists(dir.Path() + "/D/a/g"));
+    FILE* stream = env.OpenStream("D:\\a\\h", "rb");
+    ASSERT_NE(stream, nullptr);
+    EXPECT_EQ(std::fgetc(stream), 'h');
+    std::fclose(stream);
+    std::vector<std::string> names{"stale"};
+    EXPECT_FALSE(env.ListFiles("D:/none", names));
+    EXPECT_TRUE(names.empty());
+}
+
+TEST(Env, ThreadsRunAndDefaultsNest) {
+    Env* env = Env::Default();
+    ThreadFunc body = [](void* arg) -> unsigned long { return *static_cast<unsigned long*>(arg) + 1; };
+    unsigned long value = 41, code = 0;
+    const uint32_t before = env->NowMs();
+    ThreadHandle thread = env->StartThread(body, &value);
+    ASSERT_NE(thread, nullptr);
+    env->SetThreadPriority(thread, eThreadPriorityNormal);
+    ASSERT_TRUE(env->WaitThread(thread, &code));
+    EXPECT_EQ(code, 42u);
+    env->CloseThread(thread);
+    env->SleepMs(20);
+    EXPECT_GE(static_cast<uint32_t>(env->NowMs() - before), 19u);
+
+#ifdef _WIN32
+    EXPECT_EQ(env, Env::System());
+#else
+    auto* builtIn = dynamic_cast<DriveMappingEnv*>(env);
+    ASSERT_NE(builtIn, nullptr);
+    EXPECT_EQ(builtIn->Root(), "");
+    EXPECT_EQ(builtIn->Target(), Env::System());
+#endif
+    EnvWrapper outer(env), inner(env);
+    {
+        ScopedEnv a(&outer);
+        EXPECT_EQ(Env::Default(), &outer);
+        {
+            ScopedEnv b(&inner);
+            EXPECT_EQ(Env::Default(), &inner);
+        }
+        EXPECT_EQ(Env::Default(), &outer);
+        EXPECT_EQ(Env::Install(nullptr), &outer);
+        EXPECT_EQ(Env::Default(), env);
+        EXPECT_EQ(Env::Install(&outer), nullptr);
+    }
+    EXPECT_EQ(Env::Default(), env);
+}
