@@ -1,16 +1,26 @@
-// Per-view arm files, decoded and written out by the extractor.
+// Per-view arm files: the header and records decoded in memory, then the
+// file decoded and written out by the extractor.
 #include <algorithm>
 
 #include "fuzz_common.h"
 #include "grabsystem/arm/arm_image_extractor.h"
+#include "grabsystem/format/arm_view.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    namespace format = GrabSystem::format;
+    const format::Bytes file = grabsys_fuzz::Input(data, size);
+    const GrabSystem::OneViewArmImageDataHeader header = format::DecodeArmHeader(file);
+    uint64_t records = 0;
+    format::ArmRecordView record;
+    for (uint64_t at = format::kArmHeaderBytes; format::DecodeArmRecord(file, at, record);
+         at += format::kArmRecordHeaderBytes + uint64_t{record.length})
+        ++records;
     // Every frame up to the first that fails is sized to the header's
     // width x height and held until the view is written.
-    using grabsys_fuzz::Word;
-    const uint64_t frames = std::min<uint64_t>(static_cast<uint32_t>(Word(data, size, 4) + Word(data, size, 8)),
-                                               (size > 1024 ? (size - 1024) / 64 : 0) + 1);
-    if (frames * static_cast<uint32_t>(Word(data, size, 12) * Word(data, size, 16)) > grabsys_fuzz::kMaxBytes) return 0;
+    const uint64_t frames =
+        std::min<uint64_t>(static_cast<uint32_t>(header.sinFrameCount + header.whiteFrameCount), records + 1);
+    if (frames * grabsys_fuzz::ImageBytes(header.width, header.height, 1, 8) > grabsys_fuzz::kMaxBytes) return 0;
+
     grabsys_fuzz::WriteInput("arm/0.armraw", data, size);
     GrabSystem::ArmImageExtractor extractor;
     GrabSystem::OutputOneViewArmImageParm parm;

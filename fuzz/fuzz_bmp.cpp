@@ -7,6 +7,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     unsigned char* pixels = nullptr;
     unsigned w = 0, h = 0;
     DrasselSpace::ePixelFormatP format{};
+    // The decoder in memory.
     if (DrasselSpace::ImageIOToolP::DecodeBMP(data, size, pixels, w, h, format)) delete[] pixels;
     // An information block naming the raw format sends the file to the raw reader.
     if (grabsys_fuzz::RawImageTooLarge(data, size)) return 0;

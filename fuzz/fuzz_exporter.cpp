@@ -3,7 +3,9 @@
 #include "grabsystem/debug_package/debug_package_exporter.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const uint32_t version = grabsys_fuzz::Word(data, size, 0);
+    // The exporter takes the form from the first word, as the image
+    // package's head has it.
+    const uint32_t version = GrabSystem::format::DecodeImagePackageHead(grabsys_fuzz::Input(data, size)).version;
     const bool imageForm = version == 1 || version == 2;
     if (imageForm ? grabsys_fuzz::ImagePackageTooLarge(data, size) : grabsys_fuzz::GeneralPackageTooLarge(data, size))
         return 0;

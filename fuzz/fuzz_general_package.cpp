@@ -5,6 +5,16 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (grabsys_fuzz::GeneralPackageTooLarge(data, size)) return 0;
+    // The data area's blocks, decrypted, in memory.
+    namespace format = GrabSystem::format;
+    const format::Bytes file = grabsys_fuzz::Input(data, size);
+    const format::Bytes tail = file.Sub(format::GeneralPackageDataOffset(format::DecodeGeneralPackageHead(file).count));
+    std::vector<unsigned char> area(tail.data, tail.data + tail.size);
+    DrasselSpace::FileToolP::EncryptData(area.data(), area.size(),
+                                         reinterpret_cast<const unsigned char*>(GrabSystem::CDebugImgPackageP::kKey), 16);
+    format::PackageBlock block;
+    for (uint64_t at = 0; (block = format::DecodePackageBlock(format::Bytes(area.data(), area.size()), at)).complete;)
+        at += format::kPackageBlockLengthBytes + uint64_t{block.length};
     const std::string path = grabsys_fuzz::WriteInput("general.dbg", data, size);
     std::filesystem::create_directories(grabsys_fuzz::Scratch() + "/D/vormex");
     GrabSystem::CDebugPackageP pkg;

@@ -1,17 +1,19 @@
-// The information block: from the end of a file and as a stream.
+// The information block, in memory: at the end of a file and as a stream.
 #include "fuzz_common.h"
-#include "grabsystem/format/data_structure.h"
+#include "grabsystem/format/info_block.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const std::string path = grabsys_fuzz::WriteInput("info.bin", data, size);
-    FILE* f = std::fopen(path.c_str(), "rb");
-    if (f == nullptr) return 0;
-    VormexDataStructure::CImgInfo::HasCImgInfo(f);
-    VormexDataStructure::CImgInfo::ExtractFileType(f);
+    namespace format = GrabSystem::format;
+    const format::Bytes bytes = grabsys_fuzz::Input(data, size);
     VormexDataStructure::CImgInfo info;
-    info.Extract(f, false);
-    std::fseek(f, 0, SEEK_SET);
-    info.Extract(f, true);
-    std::fclose(f);
+    if (format::DecodeInfoBlockAtEnd(bytes, info) == format::Status::kOk) {
+        // What decodes re-encodes to the same bytes.
+        std::vector<uint8_t> again(format::InfoBlockBytes(info));
+        format::Writer w(again.data(), again.size());
+        format::EncodeInfoBlock(w, info, info.fileFormat);
+        if (w.Full() || std::memcmp(again.data(), data + size - again.size(), again.size()) != 0) __builtin_trap();
+    }
+    format::Reader r(bytes);
+    format::DecodeInfoStreamAndTail(r, info);
     return 0;
 }

@@ -3,6 +3,8 @@
 #include "grabsystem/image/img_kinds.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    GrabSystem::format::RawImageView view;
+    GrabSystem::format::DecodeRawImage(grabsys_fuzz::Input(data, size), view);
     if (grabsys_fuzz::RawImageTooLarge(data, size)) return 0;
     const std::string path = grabsys_fuzz::WriteInput("in.raw", data, size);
     GrabSystem::CImg8P img8;

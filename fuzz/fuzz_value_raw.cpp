@@ -1,10 +1,12 @@
-// Float and double raw files.
+// Float and double raw files: the header decoded in memory, then loaded
+// (and a float image rendered) by the image kinds.
 #include "fuzz_common.h"
+#include "grabsystem/format/value_raw.h"
 #include "grabsystem/image/img_kinds.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    using grabsys_fuzz::Word;
-    const uint32_t w = Word(data, size, 4), h = Word(data, size, 8), ch = Word(data, size, 12);
+    const GrabSystem::format::ValueRawView view = GrabSystem::format::DecodeValueRaw(grabsys_fuzz::Input(data, size));
+    const uint32_t w = view.width, h = view.height, ch = view.channels;
     // The image sizes itself by the header; the float rendering takes a
     // byte and a padded float per value of a one-channel image.
     if (grabsys_fuzz::ImageBytes(w, h, ch, 64) > grabsys_fuzz::kMaxBytes ||

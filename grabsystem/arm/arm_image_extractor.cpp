@@ -1,4 +1,4 @@
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/arm/arm_image_extractor.h"
 
 #include <algorithm>
@@ -215,8 +215,8 @@ unsigned long ArmImageExtractor::_ThreadFunc(void* threadParam) {
 }
 
 void ArmImageExtractor::_AsyncExtract(void*& threadHandle, ExtractArmImageThreadParam& threadParam) {
-    threadHandle = platform::StartThread(&ArmImageExtractor::_ThreadFunc, &threadParam);
-    platform::SetThreadPriority(threadHandle, platform::eThreadPriorityTimeCritical);
+    threadHandle = platform::Env::Default()->StartThread(&ArmImageExtractor::_ThreadFunc, &threadParam);
+    platform::Env::Default()->SetThreadPriority(threadHandle, platform::eThreadPriorityTimeCritical);
 }
 
 }  // namespace GrabSystem

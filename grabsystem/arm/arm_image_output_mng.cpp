@@ -1,4 +1,4 @@
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/arm/arm_image_output_mng.h"
 
 #include <string>
@@ -49,12 +49,12 @@ eAddOneViewImageRlt CArmImageOutputMng::AddOneViewImages(COneViewArmImageData* d
     _Log("ArmCost--_GetAvaliableMemory - 1", view);
     CArmImageOutputMemory* block = _GetAvaliableMemory(required);
     if (block == nullptr) {
-        const uint32_t since = platform::GetTickMs();
+        const uint32_t since = platform::Env::Default()->NowMs();
         do {
-            platform::SleepMs(kMemoryPollMs);
+            platform::Env::Default()->SleepMs(kMemoryPollMs);
             block = _GetAvaliableMemory(required);
         } while (block == nullptr);
-        const uint32_t waited = platform::GetTickMs() - since;  // the tick wraps; the difference does not care
+        const uint32_t waited = platform::Env::Default()->NowMs() - since;  // the tick wraps; the difference does not care
         m_waits.Add();
         m_waitMsTotal.Add(waited);
         m_waitMsLongest.Max(waited);
@@ -129,22 +129,22 @@ unsigned long CArmImageOutputMng::_ThreadFunc(void* self) {
             mng->_SetBusyStatus(false);
             if (data) mng->m_writtenByWorker.Add();
         } else {
-            platform::SleepMs(kIdlePollMs);
+            platform::Env::Default()->SleepMs(kIdlePollMs);
         }
     } while (!mng->_GetAbortStatus());
     return 0;
 }
 
 void CArmImageOutputMng::StartProcess() {
-    m_worker = platform::StartThread(&CArmImageOutputMng::_ThreadFunc, this);
-    platform::SetThreadPriority(m_worker, platform::eThreadPriorityNormal);
+    m_worker = platform::Env::Default()->StartThread(&CArmImageOutputMng::_ThreadFunc, this);
+    platform::Env::Default()->SetThreadPriority(m_worker, platform::eThreadPriorityNormal);
 }
 
 void CArmImageOutputMng::StopProcess() {
     if (m_worker == nullptr) return;
     _SetAbortStatus(true);
-    platform::WaitThread(m_worker);
-    platform::CloseThread(m_worker);
+    platform::Env::Default()->WaitThread(m_worker, nullptr);
+    platform::Env::Default()->CloseThread(m_worker);
     m_worker = nullptr;
     _SetAbortStatus(false);
 }
@@ -155,7 +155,7 @@ void CArmImageOutputMng::WaitAllTaskDone() {
             CriticalSectionLock lock(m_lock);
             if (m_queue.empty() && !m_busy) return;
         }
-        platform::SleepMs(kMemoryPollMs);
+        platform::Env::Default()->SleepMs(kMemoryPollMs);
     }
 }
 

@@ -5,14 +5,13 @@
 
 using GrabSystem::platform::FileSize;
 using GrabSystem::platform::FileTell;
-using GrabSystem::platform::OpenFile;
 
 BinaryReader::~BinaryReader() { Close(); }
 
 int BinaryReader::Open(const char* path) {
     Close();
     m_failed = false;
-    m_file = path == nullptr ? nullptr : OpenFile(path, "rb");
+    m_file = path == nullptr ? nullptr : GrabSystem::platform::Env::Default()->OpenStream(path, "rb");
     return m_file != nullptr ? 1 : 0;
 }
 
@@ -47,33 +46,23 @@ BinaryWriter::~BinaryWriter() { Close(); }
 
 bool BinaryWriter::Open(const char* path) {
     Close();
-    m_failed = false;
-    m_file = path == nullptr ? nullptr : OpenFile(path, "wb");
-    m_path = m_file != nullptr ? path : "";
+    m_file = path == nullptr ? nullptr : GrabSystem::platform::Env::Default()->NewWritableFile(path);
     return m_file != nullptr;
 }
 
 bool BinaryWriter::Close() {
-    if (m_file == nullptr) return false;
-    const bool closed = std::fclose(m_file) == 0;
-    m_file = nullptr;
-    if (closed && !m_failed) return true;
-    // A file that did not get all its bytes is removed rather than left
-    // for a reader to trip over.
-    GrabSystem::platform::DiscardFile(m_path);
-    return false;
+    if (!m_file) return false;
+    const bool closed = m_file->Close();
+    m_file.reset();
+    return closed;
 }
 
 bool BinaryWriter::WriteUInt(unsigned int value) {
     uint8_t word[4];
     GrabSystem::format::PutU32(word, value);
-    const bool ok = m_file != nullptr && std::fwrite(word, 1, sizeof word, m_file) == sizeof word;
-    if (!ok) m_failed = true;
-    return ok;
+    return Write(word, sizeof word);
 }
 
 bool BinaryWriter::Write(const void* data, size_t size) {
-    const bool ok = m_file != nullptr && (size == 0 || (data != nullptr && std::fwrite(data, 1, size, m_file) == size));
-    if (!ok) m_failed = true;
-    return ok;
+    return m_file && (size == 0 || (data != nullptr && m_file->Append(data, size)));
 }

@@ -7,9 +7,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/env.h"
 
 class GRABSYSTEM_EXPORT BinaryReader {
 public:
@@ -44,10 +46,13 @@ public:
     BinaryWriter(const BinaryWriter&) = delete;
     BinaryWriter& operator=(const BinaryWriter&) = delete;
 
-    // True when the file was created (truncated) for writing.
+    // True when the file could be created. It is written through the
+    // default Env: to a temporary name beside `path`, renamed into place by
+    // Close() (a device or pipe is written in place).
     bool Open(const char* path);
-    // True when the data reached the file and it closed cleanly; otherwise
-    // the unfinished file is removed.
+    // True when every write reached the file and it was put in place;
+    // otherwise nothing of it is left and an earlier file of that name stays
+    // as it was.
     bool Close();
 
     bool WriteUInt(unsigned int value);
@@ -55,7 +60,5 @@ public:
     bool Write(const void* data, size_t size);
 
 private:
-    FILE* m_file = nullptr;
-    std::string m_path;
-    bool m_failed = false;
+    std::unique_ptr<GrabSystem::platform::WritableFile> m_file;
 };

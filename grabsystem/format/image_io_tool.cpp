@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "grabsystem/format/bmp.h"
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 
 namespace DrasselSpace {
@@ -27,23 +27,22 @@ bool ImageIOToolP::SaveBMP(const char* path, unsigned char* pixels, unsigned wid
     format::Writer w(head.data(), head.size());
     format::EncodeBmpHeader(w, width, height, channels);
 
-    FILE* file = GrabSystem::platform::OpenFile(path, "wb");
-    if (file == nullptr) return false;
-    bool ok = std::fwrite(head.data(), 1, head.size(), file) == head.size();
+    const auto file = GrabSystem::platform::Env::Default()->NewWritableFile(path);
+    if (!file) return false;
+    bool ok = file->Append(head.data(), head.size());
     const uint64_t stride = format::BmpStride(width, channels);
     const size_t rowBytes = size_t{width} * channels;
     if (stride == rowBytes) {
-        ok = ok && std::fwrite(pixels, 1, rowBytes * height, file) == rowBytes * height;
+        // Unpadded rows go out in one write straight from the pixels.
+        ok = ok && file->Append(pixels, rowBytes * height);
     } else {
         std::vector<unsigned char> row(stride, 0);
         for (uint32_t y = 0; ok && y < height; ++y) {
             std::memcpy(row.data(), pixels + size_t{y} * rowBytes, rowBytes);
-            ok = std::fwrite(row.data(), 1, row.size(), file) == row.size();
+            ok = file->Append(row.data(), row.size());
         }
     }
-    if (std::fclose(file) == 0 && ok) return true;
-    GrabSystem::platform::DiscardFile(path);
-    return false;
+    return ok && file->Close();
 }
 
 bool ImageIOToolP::LoadBMP(const char* path, unsigned char*& pixels, unsigned& width, unsigned& height,

@@ -4,10 +4,12 @@
 #include <cctype>
 #include <cstdio>
 #include <string>
+#include <vector>
 
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/format/info_block.h"
 #include "grabsystem/format/raw_image.h"
 #include "grabsystem/image/img.h"
+#include "grabsystem/platform/os/os.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
 
 namespace GrabSystem {
@@ -30,16 +32,25 @@ struct FileCloser {
 }  // namespace
 
 bool IImgP::_SaveRaw(const char* path) {
-    FILE* file = platform::OpenFile(path, "wb");
-    if (file == nullptr) return false;
-    const bool written = _SaveRaw(file);
-    if (std::fclose(file) == 0 && written) return true;
-    platform::DiscardFile(path);
-    return false;
+    // The raw format is written to a stream (the virtual _SaveRaw(FILE*)
+    // that kinds may replace) in memory, then goes to its file through the
+    // Env as one whole file.
+    platform::MemoryStream stream;
+    if (stream.Stream() == nullptr) return false;
+    const bool written = _SaveRaw(stream.Stream());
+    std::vector<unsigned char> bytes;
+    const bool taken = stream.Take(bytes);
+    const auto file = platform::Env::Default()->NewWritableFile(path);
+    if (!file) return false;
+    if (!written || !taken) {
+        file->Abandon();
+        return false;
+    }
+    return file->Append(bytes.data(), bytes.size()) && file->Close();
 }
 
 bool IImgP::_LoadRaw(const char* path) {
-    FileCloser f{platform::OpenFile(path, "rb")};
+    FileCloser f{platform::Env::Default()->OpenStream(path, "rb")};
     return f.file != nullptr && _LoadRaw(f.file);
 }
 
@@ -118,16 +129,15 @@ bool IImgP::SaveFile(const char* path, eImgFileFormat fmt) {
             break;
     }
     // The block goes behind whatever the pixel step left. When it cannot be
-    // written whole, the file goes back to what it held before, so that no
-    // reader meets half a block (a file the append created goes entirely).
-    FILE* file = platform::OpenFile(path, "ab");
-    if (file == nullptr) return true;
-    const int64_t before = platform::FileSize(file);
-    const bool appended = GetInfo().Append(file, fmt);
-    if (std::fclose(file) != 0 || !appended) {
-        if (before == 0) platform::DiscardFile(path);
-        if (before > 0) platform::TruncateFile(path, static_cast<uint64_t>(before));
-    }
+    // written whole, the Env cuts the file back to what it held before (or
+    // removes it, when the append made it), so that no reader meets half a
+    // block.
+    const auto file = platform::Env::Default()->NewAppendableFile(path);
+    if (!file) return true;
+    std::vector<uint8_t> block(format::InfoBlockBytes(GetInfo()));
+    format::Writer w(block.data(), block.size());
+    format::EncodeInfoBlock(w, GetInfo(), fmt);
+    if (!file->Append(block.data(), block.size()) || !file->Close()) file->Abandon();
     return true;
 }
 
@@ -170,7 +180,7 @@ bool IImgP::LoadFile(const char* path) {
     if (path == nullptr || !m_info) return false;
     eImgFileFormat format = eImgFmtUnknown;
     {
-        FileCloser f{platform::OpenFile(path, "rb")};
+        FileCloser f{platform::Env::Default()->OpenStream(path, "rb")};
         if (f.file == nullptr) return false;
         if (CImgInfo::HasCImgInfo(f.file)) format = CImgInfo::ExtractFileType(f.file);
     }
@@ -201,7 +211,7 @@ bool IImgP::LoadFile(const char* path) {
     m_info->memMode = VormexDataStructure::eMemModeRealloc;
     m_info->resolution = ImgRes(10.0, 10.0, 10.0);
     {
-        FileCloser f{platform::OpenFile(path, "rb")};
+        FileCloser f{platform::Env::Default()->OpenStream(path, "rb")};
         if (f.file != nullptr) _RestoreInfo(f.file);
     }
     if (m_info->procLog.Size() == 0) m_info->procLog.Add(new ImgProcCmd(VormexDataStructure::eProcLoadFile));

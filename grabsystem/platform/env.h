@@ -29,7 +29,6 @@
 #include <vector>
 
 #include "grabsystem/grabsystem_export.h"
-#include "grabsystem/platform/os/os.h"
 
 namespace GrabSystem {
 namespace platform {
@@ -56,8 +55,16 @@ public:
     virtual void Abandon() = 0;
 };
 
-// ThreadHandle, ThreadFunc and ThreadPriority are the OS layer's own
-// (os.h), so that both headers can be included together.
+// A started thread; null means "no thread". Win32 semantics: the handle stays
+// valid until CloseThread, whether or not the thread has ended.
+using ThreadHandle = void*;
+using ThreadFunc = unsigned long (*)(void* arg);
+
+// Win32 priority values, which is what callers pass.
+enum ThreadPriority : int {
+    eThreadPriorityNormal = 0,
+    eThreadPriorityTimeCritical = 15,
+};
 
 class GRABSYSTEM_EXPORT Env {
 public:

@@ -5,11 +5,11 @@
 
 #include "grabsystem/platform/os/os.h"
 
+#include "test_support.h"
+
 using namespace GrabSystem::platform;
 
 namespace {
-std::atomic<uint32_t> g_fake{0};
-uint32_t Fake() { return g_fake.load(); }
 
 // Re-entry is what a critical section allows and what the static lock
 // analysis cannot express.
@@ -22,17 +22,18 @@ void CountReentered(CriticalSection& cs, int& counter) GRABSYS_NO_THREAD_SAFETY_
 }
 }  // namespace
 
-TEST(Os, TickSourceCanBeReplacedAndRestored) {
+TEST(Os, TheEnvClockTicksInMillisecondsAndATestMayReplaceIt) {
+    Env* env = Env::Default();
     const uint32_t before = GetTickMs();
-    SleepMs(20);
+    env->SleepMs(20);
     const uint32_t after = GetTickMs();
     EXPECT_GE(static_cast<uint32_t>(after - before), 19u);
     EXPECT_LT(static_cast<uint32_t>(after - before), 5000u);
-
-    g_fake = 0xFFFFFFFFu;
-    SetTickSource(&Fake);
-    EXPECT_EQ(GetTickMs(), 0xFFFFFFFFu);
-    SetTickSource(nullptr);
+    {
+        grabsys_test::FakeClock clock(0xFFFFFFFFu);
+        EXPECT_EQ(GetTickMs(), 0xFFFFFFFFu);
+    }
+    EXPECT_EQ(Env::Default(), env);
     EXPECT_LT(static_cast<uint32_t>(GetTickMs() - after), 5000u);
 }
 
@@ -49,38 +50,39 @@ TEST(Os, CriticalSectionIsRecursiveAndExcludesOthers) {
 }
 
 TEST(Os, ThreadsReportExitCodesAndOutliveTheirHandle) {
+    Env* env = Env::System();
     static std::atomic<int> ran{0};
     ThreadFunc body = [](void* arg) -> unsigned long {
         ran++;
         return *static_cast<unsigned long*>(arg);
     };
     unsigned long value = 7;
-    ThreadHandle thread = StartThread(body, &value);
+    ThreadHandle thread = env->StartThread(body, &value);
     ASSERT_NE(thread, nullptr);
-    SetThreadPriority(thread, eThreadPriorityNormal);
+    env->SetThreadPriority(thread, eThreadPriorityNormal);
     unsigned long code = 0;
-    ASSERT_TRUE(WaitThread(thread, &code));
+    ASSERT_TRUE(env->WaitThread(thread, &code));
     EXPECT_EQ(code, 7u);
     code = 0;
-    EXPECT_TRUE(WaitThread(thread, &code));  // an ended thread answers again
+    EXPECT_TRUE(env->WaitThread(thread, &code));  // an ended thread answers again
     EXPECT_EQ(code, 7u);
-    CloseThread(thread);
+    env->CloseThread(thread);
 
     // Closing the handle of a running thread lets it run to its end.
     static std::atomic<bool> release{false};
     ThreadFunc waiter = [](void*) -> unsigned long {
-        while (!release.load()) SleepMs(1);
+        while (!release.load()) Env::System()->SleepMs(1);
         ran++;
         return 0;
     };
-    ThreadHandle detached = StartThread(waiter, nullptr);
+    ThreadHandle detached = env->StartThread(waiter, nullptr);
     ASSERT_NE(detached, nullptr);
-    CloseThread(detached);
+    env->CloseThread(detached);
     release = true;
-    for (int i = 0; i < 2000 && ran.load() < 2; ++i) SleepMs(1);
+    for (int i = 0; i < 2000 && ran.load() < 2; ++i) env->SleepMs(1);
     EXPECT_EQ(ran.load(), 2);
 
-    EXPECT_EQ(StartThread(nullptr, nullptr), nullptr);
-    EXPECT_FALSE(WaitThread(nullptr));
-    EXPECT_FALSE(SetThreadPriority(nullptr, eThreadPriorityNormal));
+    EXPECT_EQ(env->StartThread(nullptr, nullptr), nullptr);
+    EXPECT_FALSE(env->WaitThread(nullptr, nullptr));
+    EXPECT_FALSE(env->SetThreadPriority(nullptr, eThreadPriorityNormal));
 }

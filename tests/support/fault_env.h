@@ -60,13 +60,13 @@ private:
     bool Refused(const std::string& path);
 
     GrabSystem::platform::Mutex m_mutex;
-    uint64_t m_appends GUARDED_BY(m_mutex) = 0;
-    uint64_t m_failAt GUARDED_BY(m_mutex) = 0;   // Append number; 0 = none
-    uint64_t m_shortAt GUARDED_BY(m_mutex) = 0;  // Append number; 0 = none
-    bool m_diskLimited GUARDED_BY(m_mutex) = false;
-    bool m_diskFull GUARDED_BY(m_mutex) = false;
-    uint64_t m_diskLeft GUARDED_BY(m_mutex) = 0;
-    std::vector<std::string> m_refused GUARDED_BY(m_mutex);
+    uint64_t m_appends GRABSYS_GUARDED_BY(m_mutex) = 0;
+    uint64_t m_failAt GRABSYS_GUARDED_BY(m_mutex) = 0;   // Append number; 0 = none
+    uint64_t m_shortAt GRABSYS_GUARDED_BY(m_mutex) = 0;  // Append number; 0 = none
+    bool m_diskLimited GRABSYS_GUARDED_BY(m_mutex) = false;
+    bool m_diskFull GRABSYS_GUARDED_BY(m_mutex) = false;
+    uint64_t m_diskLeft GRABSYS_GUARDED_BY(m_mutex) = 0;
+    std::vector<std::string> m_refused GRABSYS_GUARDED_BY(m_mutex);
 };
 
 }  // namespace grabsys_test

@@ -35,20 +35,10 @@ void LogCapture::Clear() {
     m_lines.clear();
 }
 
-std::atomic<uint32_t> FakeClock::s_now{0};
+FakeClock::FakeClock(uint32_t start)
+    : EnvWrapper(GrabSystem::platform::Env::Default()), m_now(start), m_previous(GrabSystem::platform::Env::Install(this)) {}
 
-FakeClock::FakeClock(uint32_t start) {
-    s_now = start;
-    GrabSystem::platform::SetTickSource(&FakeClock::Now);
-}
-
-FakeClock::~FakeClock() { GrabSystem::platform::SetTickSource(nullptr); }
-
-void FakeClock::Set(uint32_t now) { s_now = now; }
-
-void FakeClock::Advance(uint32_t ms) { s_now += ms; }
-
-uint32_t FakeClock::Now() { return s_now.load(); }
+FakeClock::~FakeClock() { GrabSystem::platform::Env::Install(m_previous); }
 
 namespace {
 
@@ -86,11 +76,14 @@ TempDir::TempDir() {
     const auto base = std::filesystem::temp_directory_path();
     m_path = (base / ("grabsys_test_" + std::to_string(random()) + "_" + std::to_string(counter++))).string();
     std::filesystem::create_directories(m_path);
-    GrabSystem::platform::SetDriveRoot(m_path);
+#ifndef _WIN32
+    m_mapping.reset(new GrabSystem::platform::DriveMappingEnv(GrabSystem::platform::Env::Default(), m_path));
+    m_previous = GrabSystem::platform::Env::Install(m_mapping.get());
+#endif
 }
 
 TempDir::~TempDir() {
-    GrabSystem::platform::SetDriveRoot("");
+    if (m_mapping) GrabSystem::platform::Env::Install(m_previous);
     std::error_code ec;
     std::filesystem::remove_all(m_path, ec);
     ClearScratchDrive();

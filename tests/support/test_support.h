@@ -3,13 +3,14 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "grabsystem/platform/logger/logger.h"
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/env.h"
 
 // Some checks read our files with programs of the Linux host (Python with
 // Pillow or lz4, openssl). A Windows build of the tests cannot start them
@@ -44,17 +45,19 @@ private:
     PelvaneSpace::CMsgLogMngP m_mng;
 };
 
-// Replaces the millisecond tick for the lifetime of the object.
-class FakeClock {
+// Replaces the millisecond tick for the lifetime of the object: an Env
+// that answers NowMs from the test and forwards the rest.
+class FakeClock : public GrabSystem::platform::EnvWrapper {
 public:
     explicit FakeClock(uint32_t start = 1000);
-    ~FakeClock();
-    void Set(uint32_t now);
-    void Advance(uint32_t ms);
+    ~FakeClock() override;
+    void Set(uint32_t now) { m_now = now; }
+    void Advance(uint32_t ms) { m_now += ms; }
+    uint32_t NowMs() override { return m_now.load(); }
 
 private:
-    static uint32_t Now();
-    static std::atomic<uint32_t> s_now;
+    std::atomic<uint32_t> m_now;
+    GrabSystem::platform::Env* m_previous;
 };
 
 // w x h bytes of a pattern that differs per seed and compresses a little.
@@ -77,6 +80,9 @@ public:
 
 private:
     std::string m_path;
+    // POSIX: maps drive paths into the folder while the object lives.
+    std::unique_ptr<GrabSystem::platform::DriveMappingEnv> m_mapping;
+    GrabSystem::platform::Env* m_previous = nullptr;
 };
 
 std::vector<unsigned char> ReadAll(const std::string& path);

@@ -10,30 +10,7 @@
 #include "test_support.h"
 
 using namespace DrasselSpace;
-using GrabSystem::platform::SetDriveRoot;
-using GrabSystem::platform::TranslatePath;
 using grabsys_test::TempDir;
-
-#ifdef _WIN32
-// On Windows the paths are real: they pass through untouched, root or not.
-TEST(Paths, PassThroughOnWindows) {
-    SetDriveRoot("C:/elsewhere");
-    for (const char* path : {"D://ImgTest//CamImgInput//Cam1//img6.bmp", "D:\\vormex\\importTmp.fpz", "rel/x"})
-        EXPECT_EQ(TranslatePath(path), path);
-    SetDriveRoot("");
-}
-#else
-TEST(Paths, DrivesMapUnderTheRootAndSeparatorsNormalise) {
-    SetDriveRoot("");
-    EXPECT_EQ(TranslatePath("D://ImgTest//CamImgInput//Cam1//img6.bmp"), "D/ImgTest/CamImgInput/Cam1/img6.bmp");
-    SetDriveRoot("/tmp/root");
-    EXPECT_EQ(TranslatePath("D:\\vormex\\importTmp.fpz"), "/tmp/root/D/vormex/importTmp.fpz");
-    EXPECT_EQ(TranslatePath("d:\\scan\\Cam1P\\12\\img4.bmp"), "/tmp/root/D/scan/Cam1P/12/img4.bmp");
-    EXPECT_EQ(TranslatePath("/abs//path\\x.raw"), "/abs/path/x.raw");
-    EXPECT_EQ(TranslatePath("rel/x"), "rel/x");
-    SetDriveRoot("");
-}
-#endif
 
 TEST(FileTool, SavesLoadsAndCreatesThroughDrivePaths) {
     TempDir dir;

@@ -149,8 +149,8 @@ bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out, std::vector<StageSum
     }
 
     StageSummary compress{"arm compress + write", verified + wrong, rawBytes, fileBytes, compressSeconds,
-                          platform::TranslatePath(armDir)};
-    StageSummary extract{"arm extract to BMP", verified + wrong, rawBytes, 0, extractSeconds, platform::TranslatePath(bmpDir)};
+                          NativePath(armDir)};
+    StageSummary extract{"arm extract to BMP", verified + wrong, rawBytes, 0, extractSeconds, NativePath(bmpDir)};
     summary.push_back(compress);
     summary.push_back(extract);
     const double mb = static_cast<double>(rawBytes) / 1048576.0;
@@ -168,7 +168,7 @@ bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out, std::vector<StageSum
     out << "  extract to BMP:     " << mb / extractSeconds << " MB/s, " << extracted.extracted[0] << " views extracted, "
         << extracted.failed[0] << " failed\n";
     out << "  verified " << verified << " frames bit for bit, " << wrong << " differ\n";
-    out << "  files: " << platform::TranslatePath(armDir) << " and " << platform::TranslatePath(bmpDir) << "\n";
+    out << "  files: " << NativePath(armDir) << " and " << NativePath(bmpDir) << "\n";
     out.unsetf(std::ios::fixed);
     return wrong == 0 && extracted.failed[0] == 0;
 }

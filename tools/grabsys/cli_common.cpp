@@ -2,11 +2,13 @@
 
 #include <cstdio>
 #include <iostream>
+#include <memory>
 #include <mutex>
 
+#include "grabsystem/platform/console.h"
 #include "grabsystem/platform/device/device_manager.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/platform/logger/logger.h"
-#include "grabsystem/platform/os/os.h"
 
 namespace grabsys {
 
@@ -66,6 +68,20 @@ void AttachLogger(bool verbose) {
     std::cerr << "grabsys: device memory: " << Zentrik::CDeviceManager::Describe() << "\n";
     PelvaneSpace::Logger::GetInstance()->SetSink(
         [](int kind, const std::string& text) { std::cerr << "[log " << kind << "] " << text << "\n"; });
+}
+
+std::string NativePath(const std::string& path) { return GrabSystem::platform::Env::Default()->NativePath(path); }
+
+void UseDriveRoot(const std::string& root) {
+#ifdef _WIN32
+    static_cast<void>(root);
+#else
+    // Kept for the rest of the program's life; a later root replaces it.
+    static std::unique_ptr<GrabSystem::platform::DriveMappingEnv> mapping;
+    auto next = std::make_unique<GrabSystem::platform::DriveMappingEnv>(GrabSystem::platform::Env::System(), root);
+    GrabSystem::platform::Env::Install(next.get());
+    mapping = std::move(next);
+#endif
 }
 
 std::string Megabytes(uint64_t bytes) {

@@ -50,6 +50,12 @@ struct StageSummary {
     std::string where;
 };
 
+// The path as the operating system names it (drive paths mapped).
+std::string NativePath(const std::string& path);
+// Maps the system's drive paths ("D://...") to folders under `root` from
+// now on (POSIX); on Windows D: is the real drive and the root is ignored.
+void UseDriveRoot(const std::string& root);
+
 // "12.3 MB" style sizes.
 std::string Megabytes(uint64_t bytes);
 

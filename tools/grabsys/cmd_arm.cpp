@@ -82,7 +82,7 @@ int RunArmExtract(const std::vector<std::string>& dirs, const std::string& outDi
     if (!DrasselSpace::FileToolP::SaveDataToFile(probe, &byte, 1))
         return Fail(outDir + ": the output folder is not writable");
     std::error_code ec;
-    std::filesystem::remove(platform::TranslatePath(probe), ec);
+    std::filesystem::remove(NativePath(probe), ec);
 
     // Every (source, view) to do, in order.
     struct Item {

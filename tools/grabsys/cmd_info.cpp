@@ -192,7 +192,7 @@ bool DescribeGeneralPackage(const unsigned char* d, uint64_t size, Report& r) {
 
 // An image file of this library (raw or BMP) that ends with an info block.
 bool DescribeImageFile(const std::string& path, const unsigned char* d, uint64_t size, Report& r) {
-    FILE* f = platform::OpenFile(path, "rb");
+    FILE* f = GrabSystem::platform::Env::Default()->OpenStream(path, "rb");
     if (f == nullptr) return false;
     CImgInfo info;
     const bool found = info.Extract(f, false);

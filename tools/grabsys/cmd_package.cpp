@@ -159,14 +159,14 @@ int RunPackageExport(const std::vector<std::string>& files, const std::string& r
     std::error_code ec;
     fs::create_directories(root, ec);
     if (!fs::is_directory(root, ec)) return Fail(root + ": cannot create the drive root");
-    platform::SetDriveRoot(fs::absolute(root).string());
+    UseDriveRoot(fs::absolute(root).string());
     // A general package writes its project file into D:\vormex, which the
     // library expects to exist, as it does on a scanner workstation.
     DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\vormex");
 
     CDebugPackageExporterP exporter;
     const bool ok = exporter.ExprotPackage(files);
-    const fs::path tree = platform::TranslatePath("D://ImgTest//CamImgInput");
+    const fs::path tree = NativePath("D://ImgTest//CamImgInput");
     std::map<std::string, size_t> folders;
     if (fs::is_directory(tree, ec))
         for (const auto& entry : fs::recursive_directory_iterator(tree, ec))
@@ -175,7 +175,7 @@ int RunPackageExport(const std::vector<std::string>& files, const std::string& r
         std::cout << "tree under " << tree.string() << ":\n";
         for (const auto& [folder, count] : folders) std::cout << "  " << folder << ": " << count << " BMP files\n";
         if (exporter.GetProjectFileSize() != 0)
-            std::cout << "project file " << platform::TranslatePath(CDebugPackageP::kProjectFilePath) << ": "
+            std::cout << "project file " << NativePath(CDebugPackageP::kProjectFilePath) << ": "
                       << exporter.GetProjectFileSize() << " bytes\n";
     }
     if (!ok)

@@ -187,7 +187,7 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageS
         stage.frames = c.pushed + c.overwritten;
         stage.bytesIn = c.bytesCopied;
         stage.seconds = r.copySeconds;
-        stage.where = mode == GrabSystem::ePoolRing ? "-" : GrabSystem::platform::TranslatePath(o.outputDir);
+        stage.where = mode == GrabSystem::ePoolRing ? "-" : grabsys::NativePath(o.outputDir);
         summary.push_back(stage);
         const double mb = static_cast<double>(c.bytesCopied) / 1048576.0;
         out << std::left << std::setw(8) << (mode == GrabSystem::ePoolRing ? "ring" : "normal") << std::right

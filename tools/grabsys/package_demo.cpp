@@ -43,7 +43,7 @@ uint64_t CountMatches(const PackageDemoOptions& o, uint32_t jump, uint64_t& wron
 }  // namespace
 
 bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<StageSummary>& summary) {
-    platform::SetDriveRoot(o.outputDir);
+    UseDriveRoot(o.outputDir);
     const std::string dir = o.outputDir + "/packages/";
     DrasselSpace::FileToolP::CreateDirectoryRecursively(dir);
     // The general package's project file goes into D:\vormex, which the
@@ -114,9 +114,9 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     const double generalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count();
     const uint64_t frames = uint64_t{o.cameras} * o.frames;
     std::error_code ec;
-    const std::string tree = platform::TranslatePath("D://ImgTest//CamImgInput");
-    summary.push_back({"image package export", frames, plain, std::filesystem::file_size(platform::TranslatePath(dir + "image.dbg"), ec), imageSeconds, tree});
-    summary.push_back({"general package export", frames, plain, std::filesystem::file_size(platform::TranslatePath(dir + "general.dbg"), ec), generalSeconds, tree});
+    const std::string tree = NativePath("D://ImgTest//CamImgInput");
+    summary.push_back({"image package export", frames, plain, std::filesystem::file_size(NativePath(dir + "image.dbg"), ec), imageSeconds, tree});
+    summary.push_back({"general package export", frames, plain, std::filesystem::file_size(NativePath(dir + "general.dbg"), ec), generalSeconds, tree});
     const uint64_t generalSame = CountMatches(o, 3, wrong);
 
     unsigned char* projectBack = nullptr;
@@ -132,7 +132,7 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
         << (generalExported ? "ok" : "FAILED") << "), project file " << exporter.GetProjectFileSize() << " bytes "
         << (projectOk ? "identical" : "DIFFERS") << "\n";
     out.unsetf(std::ios::fixed);
-    out << "  files: " << dir << " and " << platform::TranslatePath("D://ImgTest//CamImgInput") << "\n";
+    out << "  files: " << dir << " and " << NativePath("D://ImgTest//CamImgInput") << "\n";
     return imageExported && generalExported && projectOk && wrong == 0;
 }
 

@@ -276,19 +276,19 @@ public:
 
     uint32_t NowMs() override { return SystemTickMs(); }
 
-    void SleepMs(uint32_t ms) override { platform::SleepMs(ms); }
+    void SleepMs(uint32_t ms) override { SystemSleepMs(ms); }
 
-    ThreadHandle StartThread(ThreadFunc func, void* arg) override { return platform::StartThread(func, arg); }
+    ThreadHandle StartThread(ThreadFunc func, void* arg) override { return SystemStartThread(func, arg); }
 
     bool SetThreadPriority(ThreadHandle thread, int priority) override {
-        return platform::SetThreadPriority(thread, priority);
+        return SystemSetThreadPriority(thread, priority);
     }
 
     bool WaitThread(ThreadHandle thread, unsigned long* exitCode) override {
-        return platform::WaitThread(thread, exitCode);
+        return SystemWaitThread(thread, exitCode);
     }
 
-    void CloseThread(ThreadHandle thread) override { platform::CloseThread(thread); }
+    void CloseThread(ThreadHandle thread) override { SystemCloseThread(thread); }
 };
 
 }  // namespace

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 #include <errno.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <pthread.h>
 #include <sched.h>
 #include <sys/mman.h>
@@ -9,9 +10,9 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cctype>
 #include <new>
 
+#include "grabsystem/platform/console.h"
 #include "grabsystem/platform/os/os.h"
 
 namespace GrabSystem {
@@ -24,7 +25,7 @@ uint32_t SystemTickMs() {
     return static_cast<uint32_t>(ms);
 }
 
-void SleepMs(uint32_t ms) {
+void SystemSleepMs(uint32_t ms) {
     timespec left{static_cast<time_t>(ms / 1000u), static_cast<long>(ms % 1000u) * 1000000L};
     while (nanosleep(&left, &left) != 0 && errno == EINTR) {
     }
@@ -78,7 +79,7 @@ void* Trampoline(void* raw) {
 
 }  // namespace
 
-ThreadHandle StartThread(ThreadFunc func, void* arg) {
+ThreadHandle SystemStartThread(ThreadFunc func, void* arg) {
     if (func == nullptr) return nullptr;
     auto* thread = new (std::nothrow) PosixThread;
     if (thread == nullptr) return nullptr;
@@ -91,7 +92,7 @@ ThreadHandle StartThread(ThreadFunc func, void* arg) {
     return thread;
 }
 
-bool SetThreadPriority(ThreadHandle handle, int priority) {
+bool SystemSetThreadPriority(ThreadHandle handle, int priority) {
     if (handle == nullptr) return false;
     auto* thread = static_cast<PosixThread*>(handle);
     sched_param param{};
@@ -105,7 +106,7 @@ bool SetThreadPriority(ThreadHandle handle, int priority) {
     return pthread_setschedparam(thread->id, policy, &param) == 0;
 }
 
-bool WaitThread(ThreadHandle handle, unsigned long* exitCode) {
+bool SystemWaitThread(ThreadHandle handle, unsigned long* exitCode) {
     if (handle == nullptr) return false;
     auto* thread = static_cast<PosixThread*>(handle);
     if (!thread->joined) {
@@ -116,7 +117,7 @@ bool WaitThread(ThreadHandle handle, unsigned long* exitCode) {
     return true;
 }
 
-void CloseThread(ThreadHandle handle) {
+void SystemCloseThread(ThreadHandle handle) {
     if (handle == nullptr) return;
     auto* thread = static_cast<PosixThread*>(handle);
     if (!thread->joined) pthread_detach(thread->id);
@@ -124,24 +125,6 @@ void CloseThread(ThreadHandle handle) {
 }
 
 // ---------------------------------------------------------------- files
-
-std::string TranslatePath(const std::string& path) {
-    std::string rest = path;
-    std::string out;
-    if (rest.size() >= 2 && std::isalpha(static_cast<unsigned char>(rest[0])) && rest[1] == ':') {
-        const std::string root = GetDriveRoot();
-        out = root.empty() ? std::string() : root + "/";
-        out += static_cast<char>(std::toupper(static_cast<unsigned char>(rest[0])));
-        out += '/';
-        rest.erase(0, 2);
-    }
-    for (char c : rest) {
-        if (c == '\\') c = '/';
-        if (c == '/' && !out.empty() && out.back() == '/') continue;
-        out += c;
-    }
-    return out;
-}
 
 bool FileSeek(FILE* file, int64_t offset, int whence) {
     return file != nullptr && fseeko(file, static_cast<off_t>(offset), whence) == 0;
@@ -157,6 +140,21 @@ void* AllocatePages(uint64_t size) {
 
 void FreePages(void* pages, uint64_t size) {
     if (pages != nullptr) munmap(pages, static_cast<size_t>(size));
+}
+
+MemoryStream::MemoryStream() : m_stream(open_memstream(&m_buffer, &m_size)) {}
+
+MemoryStream::~MemoryStream() {
+    if (m_stream != nullptr) std::fclose(m_stream);
+    free(m_buffer);
+}
+
+bool MemoryStream::Take(std::vector<unsigned char>& bytes) {
+    if (m_stream == nullptr) return false;
+    const bool closed = std::fclose(m_stream) == 0;
+    m_stream = nullptr;
+    if (closed) bytes.assign(m_buffer, m_buffer + m_size);
+    return closed;
 }
 
 bool IsTerminal(FILE* stream) { return stream != nullptr && isatty(fileno(stream)) != 0; }

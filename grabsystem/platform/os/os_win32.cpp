@@ -6,6 +6,7 @@
 #include <io.h>
 #include <new>
 
+#include "grabsystem/platform/console.h"
 #include "grabsystem/platform/os/os.h"
 
 namespace GrabSystem {
@@ -13,7 +14,7 @@ namespace platform {
 
 uint32_t SystemTickMs() { return static_cast<uint32_t>(timeGetTime()); }
 
-void SleepMs(uint32_t ms) { ::Sleep(ms); }
+void SystemSleepMs(uint32_t ms) { ::Sleep(ms); }
 
 // ---------------------------------------------------------------- locks
 
@@ -46,7 +47,7 @@ DWORD WINAPI Trampoline(LPVOID raw) {
 
 }  // namespace
 
-ThreadHandle StartThread(ThreadFunc func, void* arg) {
+ThreadHandle SystemStartThread(ThreadFunc func, void* arg) {
     if (func == nullptr) return nullptr;
     auto* record = new (std::nothrow) StartRecord{func, arg};
     if (record == nullptr) return nullptr;
@@ -55,11 +56,11 @@ ThreadHandle StartThread(ThreadFunc func, void* arg) {
     return handle;
 }
 
-bool SetThreadPriority(ThreadHandle thread, int priority) {
+bool SystemSetThreadPriority(ThreadHandle thread, int priority) {
     return thread != nullptr && ::SetThreadPriority(static_cast<HANDLE>(thread), priority) != 0;
 }
 
-bool WaitThread(ThreadHandle thread, unsigned long* exitCode) {
+bool SystemWaitThread(ThreadHandle thread, unsigned long* exitCode) {
     if (thread == nullptr) return false;
     if (::WaitForSingleObject(static_cast<HANDLE>(thread), INFINITE) != WAIT_OBJECT_0) return false;
     if (exitCode != nullptr) {
@@ -70,13 +71,11 @@ bool WaitThread(ThreadHandle thread, unsigned long* exitCode) {
     return true;
 }
 
-void CloseThread(ThreadHandle thread) {
+void SystemCloseThread(ThreadHandle thread) {
     if (thread != nullptr) ::CloseHandle(static_cast<HANDLE>(thread));
 }
 
 // ---------------------------------------------------------------- files
-
-std::string TranslatePath(const std::string& path) { return path; }
 
 bool FileSeek(FILE* file, int64_t offset, int whence) {
     return file != nullptr && _fseeki64(file, offset, whence) == 0;
@@ -90,6 +89,34 @@ void* AllocatePages(uint64_t size) {
 
 void FreePages(void* pages, uint64_t) {
     if (pages != nullptr) VirtualFree(pages, 0, MEM_RELEASE);
+}
+
+// A temporary file in the user's temporary folder that deletes itself when
+// closed ("T": kept in memory where it can be, "D": deleted on close).
+MemoryStream::MemoryStream() {
+    char folder[MAX_PATH + 1];
+    char name[MAX_PATH + 1];
+    const DWORD length = GetTempPathA(sizeof folder, folder);
+    if (length == 0 || length > MAX_PATH || GetTempFileNameA(folder, "gsm", 0, name) == 0) return;
+    m_stream = std::fopen(name, "w+bTD");
+    if (m_stream == nullptr) DeleteFileA(name);
+}
+
+MemoryStream::~MemoryStream() {
+    if (m_stream != nullptr) std::fclose(m_stream);
+}
+
+bool MemoryStream::Take(std::vector<unsigned char>& bytes) {
+    if (m_stream == nullptr) return false;
+    const int64_t size = FileSize(m_stream);
+    bool ok = size >= 0 && std::fflush(m_stream) == 0 && FileSeek(m_stream, 0, SEEK_SET);
+    if (ok) {
+        bytes.resize(static_cast<size_t>(size));
+        ok = size == 0 || std::fread(bytes.data(), 1, bytes.size(), m_stream) == bytes.size();
+    }
+    std::fclose(m_stream);
+    m_stream = nullptr;
+    return ok;
 }
 
 bool IsTerminal(FILE* stream) { return stream != nullptr && _isatty(_fileno(stream)) != 0; }

@@ -1,68 +1,37 @@
 #include "grabsystem/platform/toolkit/file_tool.h"
 
-#include <cstdio>
-#include <filesystem>
-#include <new>
-#include <system_error>
+#include <cstdint>
+#include <memory>
 
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/env.h"
 
 namespace DrasselSpace {
 
-namespace fs = std::filesystem;
-using GrabSystem::platform::FileSize;
-using GrabSystem::platform::OpenFile;
-using GrabSystem::platform::TranslatePath;
+using GrabSystem::platform::Env;
 
 bool FileToolP::SaveDataToFile(const std::string& path, unsigned char* data, unsigned long long size) {
     if (data == nullptr && size != 0) return false;
-    FILE* file = OpenFile(path, "wb");
-    if (file == nullptr) return false;
-    const bool written = size == 0 || std::fwrite(data, 1, static_cast<size_t>(size), file) == size;
-    const bool closed = std::fclose(file) == 0;
-    if (written && closed) return true;
-    GrabSystem::platform::DiscardFile(path);
-    return false;
+    const auto file = Env::Default()->NewWritableFile(path);
+    return file && (size == 0 || file->Append(data, static_cast<size_t>(size))) && file->Close();
 }
 
 bool FileToolP::LoadDataFromFile(const std::string& path, unsigned char*& data, unsigned long long& size) {
-    data = nullptr;
-    size = 0;
-    FILE* file = OpenFile(path, "rb");
-    if (file == nullptr) return false;
-    const int64_t length = FileSize(file);
-    bool ok = length >= 0;
-    unsigned char* buffer = nullptr;
-    if (ok && length > 0) {
-        buffer = new (std::nothrow) unsigned char[static_cast<size_t>(length)];
-        ok = buffer != nullptr && std::fread(buffer, 1, static_cast<size_t>(length), file) == static_cast<size_t>(length);
-    }
-    std::fclose(file);
-    if (!ok) {
-        delete[] buffer;
-        return false;
-    }
-    data = buffer;
-    size = static_cast<unsigned long long>(length);
-    return true;
+    std::unique_ptr<unsigned char[]> contents;
+    uint64_t length = 0;
+    const bool read = Env::Default()->ReadFile(path, contents, length);
+    data = contents.release();
+    size = length;
+    return read;
 }
 
-bool FileToolP::FileExists(const std::string& path) {
-    std::error_code ec;
-    return !path.empty() && fs::is_regular_file(TranslatePath(path), ec);
-}
+bool FileToolP::FileExists(const std::string& path) { return !path.empty() && Env::Default()->FileExists(path); }
 
 bool FileToolP::IsDirectoryExists(const std::string& path) {
-    std::error_code ec;
-    return !path.empty() && fs::is_directory(TranslatePath(path), ec);
+    return !path.empty() && Env::Default()->IsDirectory(path);
 }
 
 bool FileToolP::CreateDirectoryRecursively(const std::string& path) {
-    if (path.empty()) return false;
-    std::error_code ec;
-    const fs::path dir = TranslatePath(path);
-    fs::create_directories(dir, ec);
-    return fs::is_directory(dir, ec);
+    return !path.empty() && Env::Default()->CreateDirectories(path);
 }
 
 }  // namespace DrasselSpace

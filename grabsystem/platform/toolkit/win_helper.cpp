@@ -1,15 +1,11 @@
 #include "grabsystem/platform/toolkit/win_helper.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <system_error>
 
-#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 
 namespace DrasselSpace {
-
-namespace fs = std::filesystem;
 
 bool CWinHelper::IsDirectoryExists(const std::string& path) { return FileToolP::IsDirectoryExists(path); }
 
@@ -19,16 +15,11 @@ bool CWinHelper::CreateDirectoryRecursively(const std::string& path) {
 
 bool CWinHelper::GetDirectoryAllFilePath(const std::string& dir, std::vector<std::string>& paths) {
     paths.clear();
-    std::error_code ec;
-    fs::directory_iterator it(GrabSystem::platform::TranslatePath(dir), ec);
-    if (ec) return false;
+    std::vector<std::string> names;
+    if (!GrabSystem::platform::Env::Default()->ListFiles(dir, names)) return false;
     const bool separated = !dir.empty() && (dir.back() == '\\' || dir.back() == '/');
-    for (; it != fs::directory_iterator(); it.increment(ec)) {
-        if (ec) return false;
-        if (!it->is_regular_file(ec)) continue;
-        paths.push_back(dir + (separated ? "" : "\\") + it->path().filename().string());
-    }
-    return !ec;
+    for (const std::string& name : names) paths.push_back(dir + (separated ? "" : "\\") + name);
+    return true;
 }
 
 namespace {
