@@ -4,14 +4,11 @@
 #include <string>
 
 #include "grabsystem/debug_package/debug_img_package.h"
+#include "grabsystem/format/package.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
 
 namespace GrabSystem {
-
-namespace {
-const char kExportRoot[] = "D://ImgTest//CamImgInput//Cam";
-}  // namespace
 
 void CDebugImgPackageP::ExportDebugImg() { _Export(""); }
 
@@ -24,10 +21,10 @@ void CDebugImgPackageP::_Export(const std::string& cameraSuffix) {
     for (size_t i = 0; i < PackageInfos.size(); ++i) {
         const CDebugImgPackageInfoP& info = PackageInfos[i];
         const uint32_t frameBytes = info.Width * info.Height;
-        const std::string directory = kExportRoot + std::to_string(info.CamIdx) + cameraSuffix + "//";
+        const std::string directory = format::ExportFolder(info.CamIdx, cameraSuffix);
         for (uint32_t j = 0; j < info.FrameCount; ++j) {
             const uint32_t number = info.FrameCount * info.GroupIdx + JumpIdx + j;
-            const std::string file = directory + "img" + std::to_string(number) + ".bmp";
+            const std::string file = format::ExportFramePath(directory, number);
             if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory))
                 DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory);
             // The uniform-run rule, in 32 bits.

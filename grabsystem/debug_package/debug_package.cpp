@@ -20,7 +20,6 @@ const char CDebugPackageP::kProjectFilePath[] = "D:\\vormex\\importTmp.fpz";
 
 namespace {
 
-const char kExportRoot[] = "D://ImgTest//CamImgInput//Cam";
 // Records that a file lacks read as zeros, up to what 32-bit sizes address.
 constexpr uint64_t kMaxMissingRecordBytes = uint64_t{1} << 32;
 
@@ -185,10 +184,10 @@ bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
     for (const CDebugPackageInfoP& info : PackageInfos) {
         if (info.FrameCount == 0) continue;
         img.SetSize(info.Width, info.Height, 1, false);
-        const std::string directory = kExportRoot + std::to_string(info.CamIdx) + cameraSuffix + "//";
+        const std::string directory = format::ExportFolder(info.CamIdx, cameraSuffix);
         for (uint32_t j = 0; j < info.FrameCount; ++j) {
             const uint32_t number = info.FrameCount * info.GroupIdx + info.JumpIdx + j;
-            const std::string file = directory + "img" + std::to_string(number) + ".bmp";
+            const std::string file = format::ExportFramePath(directory, number);
             if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory))
                 DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory);
 

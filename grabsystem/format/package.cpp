@@ -3,6 +3,14 @@
 namespace GrabSystem {
 namespace format {
 
+std::string ExportFolder(uint32_t camIdx, const std::string& suffix) {
+    return std::string(kExportTreeRoot) + "//Cam" + std::to_string(camIdx) + suffix + "//";
+}
+
+std::string ExportFramePath(const std::string& folder, uint32_t number) {
+    return folder + "img" + std::to_string(number) + ".bmp";
+}
+
 namespace {
 // The image package is read word by word, and a word the file does not hold
 // whole reads as 0, as its reader has always delivered.

@@ -23,6 +23,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "grabsystem/format/coding.h"
@@ -57,6 +58,15 @@ constexpr uint32_t kGeneralPackageVersion = 3;
 constexpr size_t kGeneralPackageHeadBytes = 12;
 constexpr size_t kGeneralPackageRecordBytes = 24;
 constexpr size_t kPackageBlockLengthBytes = 4;
+
+// Exported frames land in one tree, whatever package they come from:
+// <kExportTreeRoot>//Cam<CamIdx><suffix>//img<number>.bmp, the suffix "" for
+// a single package and "_<i>" for the i-th of several.
+constexpr char kExportTreeRoot[] = "D://ImgTest//CamImgInput";
+// "<kExportTreeRoot>//Cam<camIdx><suffix>//", the folder of one run.
+std::string ExportFolder(uint32_t camIdx, const std::string& suffix);
+// A frame's file in a folder made by ExportFolder.
+std::string ExportFramePath(const std::string& folder, uint32_t number);
 
 // ---- image package
 
