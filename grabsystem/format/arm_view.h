@@ -18,6 +18,7 @@
 #include <cstdint>
 
 #include "grabsystem/format/coding.h"
+#include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
 
@@ -48,8 +49,8 @@ constexpr int kArmIdentityCameras = 8;
 
 // The header from the start of `file`; bytes a short file lacks read as
 // zeros (`complete` tells).
-OneViewArmImageDataHeader DecodeArmHeader(Bytes file, bool* complete = nullptr);
-void EncodeArmHeader(Writer& w, const OneViewArmImageDataHeader& header);
+GRABSYSTEM_EXPORT OneViewArmImageDataHeader DecodeArmHeader(Bytes file, bool* complete = nullptr);
+GRABSYSTEM_EXPORT void EncodeArmHeader(Writer& w, const OneViewArmImageDataHeader& header);
 
 // One frame record at `offset`: false when its 64-byte header is not all in
 // `file`. `data` is what the file holds of the record's n bytes.
@@ -58,9 +59,9 @@ struct ArmRecordView {
     uint32_t length = 0;  // n, as the record says
     Bytes data;
 };
-bool DecodeArmRecord(Bytes file, uint64_t offset, ArmRecordView& record);
+GRABSYSTEM_EXPORT bool DecodeArmRecord(Bytes file, uint64_t offset, ArmRecordView& record);
 // The 64-byte header of a record of n bytes of LZ4 data.
-void EncodeArmRecordHeader(Writer& w, uint32_t length);
+GRABSYSTEM_EXPORT void EncodeArmRecordHeader(Writer& w, uint32_t length);
 
 }  // namespace format
 }  // namespace GrabSystem

@@ -17,6 +17,7 @@
 
 #include "grabsystem/format/coding.h"
 #include "grabsystem/format/status.h"
+#include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
 namespace format {
@@ -38,23 +39,23 @@ struct BmpLayout {
 };
 
 // Bytes of one row of `width` pixels of `channels` channels in a file.
-uint64_t BmpStride(uint64_t width, uint32_t channels);
+GRABSYSTEM_EXPORT uint64_t BmpStride(uint64_t width, uint32_t channels);
 
-Status DecodeBmpLayout(Bytes file, BmpLayout& layout);
+GRABSYSTEM_EXPORT Status DecodeBmpLayout(Bytes file, BmpLayout& layout);
 // The pixels, packed top row first, into `out` (width x height x channels
 // bytes). The layout must come from DecodeBmpLayout over the same bytes.
-void DecodeBmpPixels(Bytes file, const BmpLayout& layout, uint8_t* out);
+GRABSYSTEM_EXPORT void DecodeBmpPixels(Bytes file, const BmpLayout& layout, uint8_t* out);
 
 // The bytes of pixels the writer takes for this geometry: width x height x
 // channels; 0 when it refuses it (a side of 0 or beyond kBmpMaxSide, a
 // channel count other than 1, 3 or 4, or a file beyond 4 GiB).
-uint64_t BmpPixelBytes(uint32_t width, uint32_t height, uint32_t channels);
+GRABSYSTEM_EXPORT uint64_t BmpPixelBytes(uint32_t width, uint32_t height, uint32_t channels);
 // File header, info header and (for one channel) the grey palette.
-size_t BmpHeaderBytes(uint32_t channels);
-uint64_t BmpFileBytes(uint32_t width, uint32_t height, uint32_t channels);
+GRABSYSTEM_EXPORT size_t BmpHeaderBytes(uint32_t channels);
+GRABSYSTEM_EXPORT uint64_t BmpFileBytes(uint32_t width, uint32_t height, uint32_t channels);
 // Writes the headers of a top-down BMP; the caller appends the rows, each
 // padded with zeros to BmpStride.
-void EncodeBmpHeader(Writer& w, uint32_t width, uint32_t height, uint32_t channels);
+GRABSYSTEM_EXPORT void EncodeBmpHeader(Writer& w, uint32_t width, uint32_t height, uint32_t channels);
 
 }  // namespace format
 }  // namespace GrabSystem

@@ -10,6 +10,7 @@
 #include "grabsystem/format/coding.h"
 #include "grabsystem/format/info_block.h"
 #include "grabsystem/format/status.h"
+#include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
 namespace format {
@@ -23,7 +24,7 @@ struct FfcTableView {
 };
 
 // One table at the start of `stream`.
-Status DecodeFfcTable(Bytes stream, FfcTableView& view);
+GRABSYSTEM_EXPORT Status DecodeFfcTable(Bytes stream, FfcTableView& view);
 
 }  // namespace format
 }  // namespace GrabSystem

@@ -30,6 +30,7 @@
 #include "grabsystem/format/coding.h"
 #include "grabsystem/format/data_structure.h"
 #include "grabsystem/format/status.h"
+#include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
 namespace format {
@@ -59,37 +60,37 @@ constexpr size_t kInfoTailBytes = 4 + kInfoMagicBytes;
 constexpr size_t kMaxInfoStreamBytes =
     2 + 4 + 4 + kImgSizeBytes + 2 * kImgAlignmentBytes + kImgResBytes + 6 + kMaxProcCmds * kImgProcCmdBytes + 2 + 4 + 4;
 
-void Encode(Writer& w, const ImgSize& size);
-void Encode(Writer& w, const ImgRes& res);
-void Encode(Writer& w, const ImgAlignment& alignment);
-void Encode(Writer& w, const ImgProcCmd& cmd);
-void Encode(Writer& w, const ImgProcCmds& cmds);
-void Encode(Writer& w, const CPointF& point);
+GRABSYSTEM_EXPORT void Encode(Writer& w, const ImgSize& size);
+GRABSYSTEM_EXPORT void Encode(Writer& w, const ImgRes& res);
+GRABSYSTEM_EXPORT void Encode(Writer& w, const ImgAlignment& alignment);
+GRABSYSTEM_EXPORT void Encode(Writer& w, const ImgProcCmd& cmd);
+GRABSYSTEM_EXPORT void Encode(Writer& w, const ImgProcCmds& cmds);
+GRABSYSTEM_EXPORT void Encode(Writer& w, const CPointF& point);
 // The stream form of the block, tagged with `format`.
-void EncodeInfoStream(Writer& w, const CImgInfo& info, eImgFileFormat format);
-size_t InfoStreamBytes(const CImgInfo& info);
+GRABSYSTEM_EXPORT void EncodeInfoStream(Writer& w, const CImgInfo& info, eImgFileFormat format);
+GRABSYSTEM_EXPORT size_t InfoStreamBytes(const CImgInfo& info);
 // The whole block: stream form, length, magic.
-void EncodeInfoBlock(Writer& w, const CImgInfo& info, eImgFileFormat format);
-size_t InfoBlockBytes(const CImgInfo& info);
+GRABSYSTEM_EXPORT void EncodeInfoBlock(Writer& w, const CImgInfo& info, eImgFileFormat format);
+GRABSYSTEM_EXPORT size_t InfoBlockBytes(const CImgInfo& info);
 
-Status Decode(Reader& r, ImgSize& size);
-Status Decode(Reader& r, ImgRes& res);
-Status Decode(Reader& r, ImgAlignment& alignment);
-Status Decode(Reader& r, ImgProcCmd& cmd);
-Status Decode(Reader& r, ImgProcCmds& cmds);
-Status Decode(Reader& r, CPointF& point);
+GRABSYSTEM_EXPORT Status Decode(Reader& r, ImgSize& size);
+GRABSYSTEM_EXPORT Status Decode(Reader& r, ImgRes& res);
+GRABSYSTEM_EXPORT Status Decode(Reader& r, ImgAlignment& alignment);
+GRABSYSTEM_EXPORT Status Decode(Reader& r, ImgProcCmd& cmd);
+GRABSYSTEM_EXPORT Status Decode(Reader& r, ImgProcCmds& cmds);
+GRABSYSTEM_EXPORT Status Decode(Reader& r, CPointF& point);
 // A stream form at the reader's position.
-Status DecodeInfoStream(Reader& r, CImgInfo& info);
+GRABSYSTEM_EXPORT Status DecodeInfoStream(Reader& r, CImgInfo& info);
 // A stream form at the reader's position, closed by its length word and
 // magic as in a block: what CImgInfo::Extract(file, true) reads.
-Status DecodeInfoStreamAndTail(Reader& r, CImgInfo& info);
+GRABSYSTEM_EXPORT Status DecodeInfoStreamAndTail(Reader& r, CImgInfo& info);
 
 // The length of the stream form that the last kInfoTailBytes bytes of a
 // file close: kNotFound without the magic.
-Status DecodeInfoTail(Bytes tail, uint32_t& streamLength);
+GRABSYSTEM_EXPORT Status DecodeInfoTail(Bytes tail, uint32_t& streamLength);
 // The block at the end of `file` (the whole file, or its last bytes from
 // where the block may start). `start` receives the block's offset in `file`.
-Status DecodeInfoBlockAtEnd(Bytes file, CImgInfo& info, size_t* start = nullptr);
+GRABSYSTEM_EXPORT Status DecodeInfoBlockAtEnd(Bytes file, CImgInfo& info, size_t* start = nullptr);
 
 }  // namespace format
 }  // namespace GrabSystem

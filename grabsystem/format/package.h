@@ -64,9 +64,9 @@ constexpr size_t kPackageBlockLengthBytes = 4;
 // a single package and "_<i>" for the i-th of several.
 constexpr char kExportTreeRoot[] = "D://ImgTest//CamImgInput";
 // "<kExportTreeRoot>//Cam<camIdx><suffix>//", the folder of one run.
-std::string ExportFolder(uint32_t camIdx, const std::string& suffix);
+GRABSYSTEM_EXPORT std::string ExportFolder(uint32_t camIdx, const std::string& suffix);
 // A frame's file in a folder made by ExportFolder.
-std::string ExportFramePath(const std::string& folder, uint32_t number);
+GRABSYSTEM_EXPORT std::string ExportFramePath(const std::string& folder, uint32_t number);
 
 // ---- image package
 
@@ -76,15 +76,15 @@ struct ImagePackageHead {
     uint32_t jumpIdx = 0;  // 0 for version 1, which has no jump word
     size_t bytes = 0;      // where the records start: 8 for version 1, else 12
 };
-ImagePackageHead DecodeImagePackageHead(Bytes file);
+GRABSYSTEM_EXPORT ImagePackageHead DecodeImagePackageHead(Bytes file);
 // The record at the start of `bytes`.
-CDebugImgPackageInfoP DecodeImagePackageRecord(Bytes bytes);
+GRABSYSTEM_EXPORT CDebugImgPackageInfoP DecodeImagePackageRecord(Bytes bytes);
 // Writes the jump word whatever the version says, as the writer always has.
-void EncodeImagePackageHead(Writer& w, uint32_t version, uint32_t count, uint32_t jumpIdx);
-void EncodeImagePackageRecord(Writer& w, const CDebugImgPackageInfoP& info);
+GRABSYSTEM_EXPORT void EncodeImagePackageHead(Writer& w, uint32_t version, uint32_t count, uint32_t jumpIdx);
+GRABSYSTEM_EXPORT void EncodeImagePackageRecord(Writer& w, const CDebugImgPackageInfoP& info);
 // The data area's size: the records' Width x Height x FrameCount, summed in
 // 32 bits (it wraps, as the format has always summed it).
-uint32_t ImagePackageDataBytes(const std::vector<CDebugImgPackageInfoP>& infos);
+GRABSYSTEM_EXPORT uint32_t ImagePackageDataBytes(const std::vector<CDebugImgPackageInfoP>& infos);
 
 // ---- general package
 
@@ -93,12 +93,12 @@ struct GeneralPackageHead {
     uint32_t flag = 0;  // 1: the data area starts with the project file
     uint32_t count = 0;
 };
-GeneralPackageHead DecodeGeneralPackageHead(Bytes file);
-CDebugPackageInfoP DecodeGeneralPackageRecord(Bytes bytes);
-void EncodeGeneralPackageHead(Writer& w, uint32_t version, uint32_t flag, uint32_t count);
-void EncodeGeneralPackageRecord(Writer& w, const CDebugPackageInfoP& info);
+GRABSYSTEM_EXPORT GeneralPackageHead DecodeGeneralPackageHead(Bytes file);
+GRABSYSTEM_EXPORT CDebugPackageInfoP DecodeGeneralPackageRecord(Bytes bytes);
+GRABSYSTEM_EXPORT void EncodeGeneralPackageHead(Writer& w, uint32_t version, uint32_t flag, uint32_t count);
+GRABSYSTEM_EXPORT void EncodeGeneralPackageRecord(Writer& w, const CDebugPackageInfoP& info);
 // Where the data area starts: after the head and n records.
-uint64_t GeneralPackageDataOffset(uint32_t count);
+GRABSYSTEM_EXPORT uint64_t GeneralPackageDataOffset(uint32_t count);
 
 // A block of a general package's plain data area at `offset`: its length
 // word (missing bytes read as zeros) and what `data` holds of its bytes.
@@ -107,8 +107,8 @@ struct PackageBlock {
     Bytes bytes;
     bool complete = false;  // the length word and all L bytes are there
 };
-PackageBlock DecodePackageBlock(Bytes data, uint64_t offset);
-void EncodePackageBlockLength(Writer& w, uint32_t length);
+GRABSYSTEM_EXPORT PackageBlock DecodePackageBlock(Bytes data, uint64_t offset);
+GRABSYSTEM_EXPORT void EncodePackageBlockLength(Writer& w, uint32_t length);
 
 }  // namespace format
 }  // namespace GrabSystem

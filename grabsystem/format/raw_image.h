@@ -14,6 +14,7 @@
 #include "grabsystem/format/coding.h"
 #include "grabsystem/format/info_block.h"
 #include "grabsystem/format/status.h"
+#include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
 namespace format {
@@ -22,9 +23,9 @@ constexpr uint16_t kRawVersion = 1;
 constexpr size_t kRawVersionBytes = 2;
 constexpr size_t kRawHeaderBytes = kRawVersionBytes + kImgSizeBytes;
 
-void EncodeRawVersion(Writer& w);
+GRABSYSTEM_EXPORT void EncodeRawVersion(Writer& w);
 // kBadVersion for any version but 1 (the only one there is).
-Status DecodeRawVersion(Reader& r);
+GRABSYSTEM_EXPORT Status DecodeRawVersion(Reader& r);
 
 // A raw image file as a reader sees it.
 struct RawImageView {
@@ -37,7 +38,7 @@ struct RawImageView {
 
 // kOk even when pixels are missing (see `complete`); kBadVersion,
 // kTruncated or kBadValue when the header cannot be read.
-Status DecodeRawImage(Bytes file, RawImageView& view);
+GRABSYSTEM_EXPORT Status DecodeRawImage(Bytes file, RawImageView& view);
 
 }  // namespace format
 }  // namespace GrabSystem

@@ -3,6 +3,8 @@
 // or not to be believed.
 #pragma once
 
+#include "grabsystem/grabsystem_export.h"
+
 namespace GrabSystem {
 namespace format {
 
@@ -15,7 +17,7 @@ enum class Status {
 };
 
 // A few words for messages: "truncated", "unknown version", ...
-const char* Describe(Status status);
+GRABSYSTEM_EXPORT const char* Describe(Status status);
 
 }  // namespace format
 }  // namespace GrabSystem

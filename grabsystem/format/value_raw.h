@@ -13,6 +13,7 @@
 #include <cstdint>
 
 #include "grabsystem/format/coding.h"
+#include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
 namespace format {
@@ -30,7 +31,7 @@ struct ValueRawView {
     Bytes values;  // everything after the header
 };
 
-ValueRawView DecodeValueRaw(Bytes file);
+GRABSYSTEM_EXPORT ValueRawView DecodeValueRaw(Bytes file);
 void EncodeValueRawHeader(Writer& w, uint32_t width, uint32_t height, uint32_t channels, double resolutionY,
                           double resolutionZ);
 
