@@ -6,8 +6,8 @@
 #include <cstring>
 #include <vector>
 
-#include "grabsystem/memory/chunk_pool_ctrl.h"
 #include "grabsystem/image/img_pool_ctrl.h"
+#include "grabsystem/memory/chunk_pool_ctrl.h"
 
 namespace {
 

@@ -29,7 +29,9 @@ std::string Scratch() {
         const fs::path d = base / "grabsys_package_bench";
         fs::remove_all(d);
         fs::create_directories(d);
-        platform::SetDriveRoot(d.string());
+        // Drive paths ("D://ImgTest//...") land under the scratch folder.
+        static platform::DriveMappingEnv mapping(platform::Env::System(), d.string());
+        platform::Env::Install(&mapping);
         return d.string();
     }();
     return dir;

@@ -1,7 +1,7 @@
 // BMP decoding, from memory and through the image kinds that read BMPs.
 #include "fuzz_common.h"
-#include "grabsystem/image/img_kinds.h"
 #include "grabsystem/format/image_io_tool.h"
+#include "grabsystem/image/img_kinds.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     unsigned char* pixels = nullptr;

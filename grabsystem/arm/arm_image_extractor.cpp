@@ -1,4 +1,3 @@
-#include "grabsystem/platform/env.h"
 #include "grabsystem/arm/arm_image_extractor.h"
 
 #include <algorithm>
@@ -8,6 +7,7 @@
 
 #include "grabsystem/format/arm_view.h"
 #include "grabsystem/image/img_kinds.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "grabsystem/platform/toolkit/win_helper.h"

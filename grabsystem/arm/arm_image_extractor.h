@@ -30,9 +30,9 @@
 #include <string>
 #include <vector>
 
-#include "grabsystem/grabsystem_export.h"
 #include "grabsystem/arm/arm_counters.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
+#include "grabsystem/grabsystem_export.h"
 #include "grabsystem/platform/os/mutex.h"
 #include "grabsystem/pool/counter.h"
 
@@ -90,6 +90,9 @@ public:
     ExtractCounters GetCounters() const;
 
 private:
+    // No operation of the library starts _AsyncExtract; its tests do.
+    friend class ArmImageExtractorPeer;
+
     bool _Extract(ExtractArmImageParam param);
     bool _Save(std::vector<IImgP*>& frames, ExtractArmImageParam param, OneViewArmImageDataHeader header);
     bool _IsPDir(std::string dirPath) const;

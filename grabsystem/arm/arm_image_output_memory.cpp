@@ -3,6 +3,8 @@
 #include <cstdint>
 #include <new>
 
+#include "grabsystem/format/arm_view.h"
+
 namespace GrabSystem {
 
 CArmImageOutputMemory::~CArmImageOutputMemory() {
@@ -24,10 +26,9 @@ uint64_t CArmImageOutputMemory::CapacityFor(uint64_t size) {
     // record can take 64 + b + b / 255 + 16 (LZ4's bound). Since every frame
     // counts at least 64, the 16 bytes add at most a quarter of the estimate,
     // and b / 255 at most size / 255. The file header comes on top.
-    constexpr uint64_t kHeader = 1024;
     constexpr uint64_t kMax = uint64_t{1} << 60;  // far beyond any allocation
     if (size > kMax) return UINT64_MAX;
-    return size + kHeader + size / 4 + size / 255 + 1;
+    return size + format::kArmHeaderBytes + size / 4 + size / 255 + 1;
 }
 
 void CArmImageOutputMemory::AllocateMemory(uint64_t size) {

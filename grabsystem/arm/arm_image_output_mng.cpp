@@ -1,8 +1,8 @@
-#include "grabsystem/platform/env.h"
 #include "grabsystem/arm/arm_image_output_mng.h"
 
 #include <string>
 
+#include "grabsystem/platform/env.h"
 #include "grabsystem/platform/logger/logger.h"
 
 namespace GrabSystem {

@@ -22,10 +22,10 @@
 #include <memory>
 #include <vector>
 
-#include "grabsystem/grabsystem_export.h"
 #include "grabsystem/arm/arm_counters.h"
 #include "grabsystem/arm/arm_image_output_memory.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
+#include "grabsystem/grabsystem_export.h"
 #include "grabsystem/platform/os/mutex.h"
 #include "grabsystem/pool/counter.h"
 
@@ -66,7 +66,15 @@ public:
     // gives eAddRltOk, whatever its content.
     eAddOneViewImageRlt AddOneViewImages(COneViewArmImageData* data, int unused = 0);
 
-    // Returns once the queue is empty and the worker is not writing.
+    // Returns once the queue is empty and the worker is not writing,
+    // looking every 100 ms; without a worker and with views queued it never
+    // returns. The worker takes a view off the queue and then marks itself
+    // busy in two separate locked steps, so in the moment between them the
+    // queue is empty, the worker not yet busy, and this call can return
+    // while the last view is still to be written. A caller that must know
+    // every file is on disk calls StopProcess() afterwards (the worker
+    // finishes the view it holds before it ends) or watches
+    // GetCounters().writtenByWorker.
     void WaitAllTaskDone();
 
     // Queues a view for the worker, which takes ownership. Thread-safe. A

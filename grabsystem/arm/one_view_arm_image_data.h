@@ -78,6 +78,11 @@ public:
     // an empty path, a view that did not fit its block, or a file that
     // cannot be created; the block and the compressed size stay, so the
     // call can be repeated with another path.
+    // True means the file could be created, not that it was written: the
+    // file goes to a temporary name beside the path and is renamed into
+    // place only when complete, so after a failed write (a full disk) the
+    // answer is still true, no file and no temporary file is left, and a
+    // file that was at the path before is untouched.
     bool SaveToFile();
 
 private:

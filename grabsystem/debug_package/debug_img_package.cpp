@@ -69,7 +69,7 @@ bool CDebugImgPackageP::SaveDebugPackage(std::string path) {
                                          Key.size());
     BinaryWriter writer;
     if (!writer.Open(path.c_str())) return false;
-    std::vector<uint8_t> head(12 + PackageInfos.size() * format::kImagePackageRecordBytes);
+    std::vector<uint8_t> head(format::kImagePackageHeadBytes + PackageInfos.size() * format::kImagePackageRecordBytes);
     format::Writer w(head.data(), head.size());
     format::EncodeImagePackageHead(w, Version, static_cast<uint32_t>(PackageInfos.size()), JumpIdx);
     for (const CDebugImgPackageInfoP& info : PackageInfos) format::EncodeImagePackageRecord(w, info);
@@ -85,7 +85,7 @@ bool CDebugImgPackageP::LoadDebugPackage(std::string path) {
     if (reader.Open(path.c_str()) == 0) return false;
     // The head is read whole; in a version 1 file (no jump word) its last
     // word is the first of the records.
-    uint8_t head[12] = {};
+    uint8_t head[format::kImagePackageHeadBytes] = {};
     const size_t got = reader.ReadByteArray(head, sizeof head);
     const format::ImagePackageHead h = format::DecodeImagePackageHead(format::Bytes(head, got));
     Version = h.version;

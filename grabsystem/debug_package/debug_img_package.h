@@ -62,6 +62,12 @@ public:
     // Encrypts the data area in place and writes the file. False without a
     // buffer or records, or when the file cannot be created (the buffer is
     // then encrypted all the same).
+    // True means the file could be created, not that it was written: the
+    // writes' results are not part of the answer. The file is written under
+    // a temporary name beside `path` and renamed into place only when every
+    // byte is there, so after a failed write (a full disk) the answer is
+    // still true, no file and no temporary file is left, and a file that was
+    // at `path` before is untouched. Check for the file when that matters.
     bool SaveDebugPackage(std::string path);
 
     // Reads a package file and decrypts its data area; the result is the

@@ -62,6 +62,10 @@ public:
     // Encrypts that buffer in place and writes the file. False without it,
     // without records, or when the file cannot be created. Blocks staged
     // after the buffer was made are not in it and are not written.
+    // True means the file could be created, not that it was written, as for
+    // CDebugImgPackageP::SaveDebugPackage: after a failed write the answer is
+    // true, nothing is left at `path` but what was there before, and no
+    // temporary file stays.
     bool SaveDebugPackage(std::string path, bool withProjectFile);
 
     // Loads, decrypts and, with the flag 1, writes the project file out

@@ -26,10 +26,10 @@ ImagePackageHead DecodeImagePackageHead(Bytes file) {
     ImagePackageHead head;
     head.version = WholeWord(r);
     head.count = WholeWord(r);
-    head.bytes = 8;
+    head.bytes = kImagePackageHeadBytes - 4;
     if (head.version != 1) {
         head.jumpIdx = WholeWord(r);
-        head.bytes = 12;
+        head.bytes = kImagePackageHeadBytes;
     }
     return head;
 }

@@ -53,6 +53,7 @@ struct GRABSYSTEM_EXPORT CDebugPackageInfoP {
 namespace format {
 
 constexpr uint32_t kImagePackageVersion = 2;
+constexpr size_t kImagePackageHeadBytes = 12;  // version 1: 8, no jump word
 constexpr size_t kImagePackageRecordBytes = 20;
 constexpr uint32_t kGeneralPackageVersion = 3;
 constexpr size_t kGeneralPackageHeadBytes = 12;

@@ -28,9 +28,9 @@
 #include <cstdio>
 #include <memory>
 
+#include "grabsystem/format/data_structure.h"
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/memory/chunk_data.h"
-#include "grabsystem/format/data_structure.h"
 #include "grabsystem/platform/os/mutex.h"
 
 namespace GrabSystem {

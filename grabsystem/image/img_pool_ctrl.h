@@ -51,7 +51,7 @@ public:
     unsigned char GetBits() const { return m_bits; }
 
 protected:
-    IPoolNodeP* _NewNode() override;
+    IPoolNodeP* _NewNode() override GRABSYS_REQUIRES(m_mutex);
     bool _AssignDefaultImgConfig(IImgP* img);
 
 private:

@@ -59,8 +59,8 @@ public:
     bool PushData(void* src, size_t rowBytes, size_t rows, size_t rowGap);
 
 protected:
-    IPoolNodeP* _NewNode() override;
-    bool _Delete(IPoolNodeP* node) override;
+    IPoolNodeP* _NewNode() override GRABSYS_REQUIRES(m_mutex);
+    bool _Delete(IPoolNodeP* node) override GRABSYS_REQUIRES(m_mutex);
     virtual bool _PushData(void* src, size_t rowBytes, size_t rows, size_t rowGap) GRABSYS_REQUIRES(m_mutex);
 
     bool _AssignDefaultMem(IChunkDataP* chunk);

@@ -196,7 +196,7 @@ private:
 
 // Installs an Env as the default for the lifetime of the object, then puts
 // the previous one back. Scopes nest.
-class GRABSYSTEM_EXPORT ScopedEnv {
+class ScopedEnv {
 public:
     explicit ScopedEnv(Env* env) : m_previous(Env::Install(env)) {}
     ~ScopedEnv() { Env::Install(m_previous); }

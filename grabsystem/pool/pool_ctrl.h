@@ -37,8 +37,11 @@ class CFpsMeterP;
 // _Delete, then the destructor.
 class GRABSYSTEM_EXPORT CPoolCtrlP {
 protected:
-    virtual IPoolNodeP* _NewNode();
-    virtual bool _Delete(IPoolNodeP* node);
+    // Make and destroy one node. Called with the pool mutex held (Add,
+    // Delete, DeleteAll), so an override must not call back into the pool's
+    // public operations.
+    virtual IPoolNodeP* _NewNode() GRABSYS_REQUIRES(m_mutex);
+    virtual bool _Delete(IPoolNodeP* node) GRABSYS_REQUIRES(m_mutex);
 
 public:
     CPoolCtrlP(unsigned char poolId, PelvaneSpace::CMsgLogMngP* logMng);

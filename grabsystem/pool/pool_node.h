@@ -7,7 +7,8 @@
 //
 // Nodes are not thread-safe: their pool moves them only under the pool
 // mutex, and only the pool sets their state and serial on those moves.
-// The node's own mutex is there for derived classes that lock a node's data.
+// The node's own mutex is there for derived classes that lock a node's data
+// (NodeMutex()); the destructor waits for its holder to let go.
 #pragma once
 
 #include <cstdint>
@@ -69,6 +70,9 @@ protected:
     void _InsertAfter(IPoolNodeP* at);
     // Unlinks this node, joining its neighbours, and clears its links.
     void _Pop();
+
+    // The node's own lock, for a derived node's data; the pool never takes it.
+    platform::Mutex& NodeMutex() GRABSYS_RETURN_CAPABILITY(m_mutex) { return m_mutex; }
 
 private:
     friend class CPoolCtrlP;

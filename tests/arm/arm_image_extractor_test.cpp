@@ -9,9 +9,18 @@
 
 #include "arm_test_support.h"
 #include "grabsystem/arm/arm_image_extractor.h"
-#include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/format/image_io_tool.h"
+#include "grabsystem/platform/toolkit/file_tool.h"
 #include "test_support.h"
+
+namespace GrabSystem {
+class ArmImageExtractorPeer {
+public:
+    static void AsyncExtract(ArmImageExtractor& e, void*& thread, ExtractArmImageThreadParam& param) {
+        e._AsyncExtract(thread, param);
+    }
+};
+}  // namespace GrabSystem
 
 using namespace GrabSystem;
 using grabsys_test::ReadAll;
@@ -229,4 +238,58 @@ TEST_F(ArmExtractor, CountsBelowOneRunTheirLoopsZeroTimes) {
     std::memcpy(&bytes[20], &cams, 4);
     Rewrite(9, bytes);
     EXPECT_TRUE(Extract({9}, "D:\\in", "D:\\negcam", 1).empty());
+}
+
+namespace {
+
+// Remembers the thread priorities asked for.
+class PriorityEnv : public platform::EnvWrapper {
+public:
+    using EnvWrapper::EnvWrapper;
+    bool SetThreadPriority(platform::ThreadHandle thread, int priority) override {
+        platform::MutexLock lock(mutex);
+        asked.push_back(priority);
+        return EnvWrapper::SetThreadPriority(thread, priority);
+    }
+    platform::Mutex mutex;
+    std::vector<int> asked;
+};
+
+}  // namespace
+
+TEST_F(ArmExtractor, AsyncViewsRunOnTheirOwnTimeCriticalThreadsAndEndWithTheirResult) {
+    View a(24, 12, 1, 1, 2, 3, 1), b(24, 12, 2, 1, 1, 3, 1), c(24, 12, 1, 1, 1, 3, 1);
+    Write(a, 1, {eCam0}, 1, 2, 3);
+    Write(b, 2, {eCam1, eCam2}, 1, 1, 3);
+    auto cut = Write(c, 3, {eCam0}, 1, 1, 3);
+    cut.resize(cut.size() / 2);  // its later records are missing
+    Rewrite(3, cut);
+
+    PriorityEnv env(platform::Env::Default());
+    platform::ScopedEnv scope(&env);
+    // One extractor shared by all three threads, as the scanner does.
+    ExtractArmImageThreadParam params[3] = {{1, "D:\\in\\", "D:\\async\\", 1, &extractor},
+                                            {2, "D:\\in\\", "D:\\async\\", 1, &extractor},
+                                            {3, "D:\\in\\", "D:\\async\\", 1, &extractor}};
+    void* threads[3] = {};
+    for (int i = 0; i < 3; ++i) ArmImageExtractorPeer::AsyncExtract(extractor, threads[i], params[i]);
+    unsigned long codes[3] = {9, 9, 9};
+    for (int i = 0; i < 3; ++i) {
+        ASSERT_NE(threads[i], nullptr);
+        EXPECT_TRUE(env.WaitThread(threads[i], &codes[i]));
+        env.CloseThread(threads[i]);
+    }
+    EXPECT_EQ(std::vector<unsigned long>(codes, codes + 3), (std::vector<unsigned long>{0, 0, 1}));
+    EXPECT_EQ(env.asked, std::vector<int>(3, platform::eThreadPriorityTimeCritical));
+
+    // The threads wrote what the same views give when extracted one by one.
+    for (int view : {1, 2}) EXPECT_TRUE(extractor.ExtractView({view, "D:\\in\\", "D:\\sync\\", 1}));
+    const auto tree = Tree(dir.File("D/sync"));
+    std::set<std::string> async;
+    for (const std::string& f : Tree(dir.File("D/async")))
+        if (f.find("/3/") == std::string::npos) async.insert(f);
+    EXPECT_EQ(async, tree);
+    EXPECT_GE(tree.size(), 14u);
+    for (const std::string& f : tree)
+        EXPECT_EQ(ReadAll(dir.File("D/async/" + f)), ReadAll(dir.File("D/sync/" + f))) << f;
 }

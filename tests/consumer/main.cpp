@@ -1,8 +1,10 @@
 // A camera thread pushes a padded frame into an image pool; a consumer
-// fetches it by serial, saves it as a BMP and releases it.
+// fetches it by serial, saves it as a BMP and releases it; the codec layer
+// reads the file back.
 #include <grabsystem/grabsystem.h>
 
 #include <cstdio>
+#include <memory>
 #include <vector>
 
 int main() {
@@ -27,7 +29,14 @@ int main() {
                 img->GetInfo().frameAttr, img->GetImg()[0]);
     img->ReleaseUsingStatus();  // back to the pool
 
+    std::unique_ptr<unsigned char[]> file;
+    uint64_t size = 0;
+    format::BmpLayout layout;
+    const bool decoded = platform::Env::Default()->ReadFile("frame0.bmp", file, size) &&
+                         format::DecodeBmpLayout(format::Bytes(file.get(), size), layout) == format::Status::kOk &&
+                         layout.width == width && layout.height == height;
+
     pool.DeleteAll();
     pool.DischargeMemoryBlock();
-    return saved && pool.GetUsingCount() == 0 ? 0 : 1;
+    return saved && decoded && pool.GetUsingCount() == 0 ? 0 : 1;
 }

@@ -3,6 +3,11 @@
 set(prefix ${WORK}/prefix)
 file(REMOVE_RECURSE ${WORK})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
+foreach(internal platform/os/os.h platform/device/cuda_driver.h pool/fps_meter.h)
+  if(EXISTS ${prefix}/include/grabsystem/${internal})
+    message(FATAL_ERROR "internal header installed: ${internal}")
+  endif()
+endforeach()
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
                 COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
 execute_process(COMMAND ${CMAKE_COMMAND} --build ${WORK}/build COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "grabsystem/debug_package/debug_img_package.h"
+#include "grabsystem/format/image_io_tool.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
-#include "grabsystem/format/image_io_tool.h"
 #include "test_support.h"
 
 using namespace GrabSystem;

@@ -11,8 +11,8 @@
 
 #include "grabsystem/debug_package/debug_package.h"
 #include "grabsystem/debug_package/debug_package_exporter.h"
-#include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/format/image_io_tool.h"
+#include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "test_support.h"
 

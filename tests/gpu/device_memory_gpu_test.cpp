@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
+#include "grabsystem/image/img_pool_ctrl.h"
 #include "grabsystem/platform/device/cuda_driver.h"
 #include "grabsystem/platform/device/device_manager.h"
-#include "grabsystem/image/img_pool_ctrl.h"
 #ifdef GRABSYS_BYTE_SUM_PTX
 #include "byte_sum_ptx.h"
 #endif

@@ -6,8 +6,8 @@
 #include <memory>
 #include <vector>
 
-#include "grabsystem/image/img_kinds.h"
 #include "grabsystem/format/image_io_tool.h"
+#include "grabsystem/image/img_kinds.h"
 #include "test_support.h"
 
 using namespace GrabSystem;

@@ -8,8 +8,8 @@
 #include <new>
 #include <vector>
 
-#include "grabsystem/memory/chunk_pool_ctrl.h"
 #include "grabsystem/image/img_pool_ctrl.h"
+#include "grabsystem/memory/chunk_pool_ctrl.h"
 
 // The replacements below pair malloc with free throughout; GCC, inlining
 // them, takes free() of what operator new returned for a mismatch.

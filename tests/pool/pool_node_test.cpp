@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "grabsystem/pool/pool_node.h"
 #include "test_support.h"
 
@@ -14,6 +17,7 @@ public:
     using IPoolNodeP::__SetNext;
     using IPoolNodeP::_InsertAfter;
     using IPoolNodeP::_Pop;
+    using IPoolNodeP::NodeMutex;
 };
 class OpenBegin : public CPnBegin {
 public:
@@ -124,4 +128,20 @@ TEST(PoolNode, SentinelsNeverLinkPastTheirEnds) {
     EXPECT_EQ(node.NextNode(), &end);
     EXPECT_EQ(node.LastNode(), &begin);
     EXPECT_EQ(node.GetTimeStamp(), 0u);
+}
+
+TEST(PoolNode, DestructionWaitsForWhoeverHoldsTheNodeLock) {
+    auto* node = new OpenNode;
+    std::atomic<bool> locked{false}, letGo{false};
+    std::thread holder([&] {
+        node->NodeMutex().Lock();
+        locked = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        letGo = true;
+        node->NodeMutex().Unlock();
+    });
+    while (!locked) std::this_thread::yield();
+    delete node;
+    EXPECT_TRUE(letGo) << "the node was destroyed while a derived class still held its lock";
+    holder.join();
 }

@@ -8,8 +8,8 @@
 #include <cstring>
 
 #include "grabsystem/image/img.h"
-#include "grabsystem/memory/mem_block_mng.h"
 #include "grabsystem/image/img_pool_ctrl.h"
+#include "grabsystem/memory/mem_block_mng.h"
 
 using namespace GrabSystem;
 

@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "grabsystem/platform/logger/logger.h"
 #include "grabsystem/platform/env.h"
+#include "grabsystem/platform/logger/logger.h"
 
 // Some checks read our files with programs of the Linux host (Python with
 // Pillow or lz4, openssl). A Windows build of the tests cannot start them

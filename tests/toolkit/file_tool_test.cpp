@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <vector>
 
-#include "grabsystem/platform/os/os.h"
 #include "grabsystem/format/binary_io.h"
+#include "grabsystem/platform/os/os.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
 #include "test_support.h"
