@@ -50,5 +50,24 @@ void EncodeArmRecordHeader(Writer& w, uint32_t length) {
     w.Zeros(kArmRecordHeaderBytes - 8);
 }
 
+Status SummarizeArmView(Bytes file, ArmViewSummary& summary) {
+    bool whole = false;
+    ArmViewSummary read;
+    read.header = DecodeArmHeader(file, &whole);
+    if (!whole) return Status::kTruncated;
+    if (read.header.version == 0 || read.header.version > kArmVersion) return Status::kBadVersion;
+    const uint64_t frames = uint64_t{read.header.sinFrameCount} + read.header.whiteFrameCount;
+    uint64_t at = kArmHeaderBytes;
+    ArmRecordView record;
+    while (read.records.size() < frames && DecodeArmRecord(file, at, record)) {
+        read.records.push_back(record);
+        read.compressedBytes += record.length;
+        at += kArmRecordHeaderBytes + uint64_t{record.length};
+    }
+    read.complete = at == file.size;
+    summary = read;
+    return Status::kOk;
+}
+
 }  // namespace format
 }  // namespace GrabSystem

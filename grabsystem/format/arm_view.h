@@ -16,8 +16,10 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include "grabsystem/format/coding.h"
+#include "grabsystem/format/status.h"
 #include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
@@ -62,6 +64,20 @@ struct ArmRecordView {
 GRABSYSTEM_EXPORT bool DecodeArmRecord(Bytes file, uint64_t offset, ArmRecordView& record);
 // The 64-byte header of a record of n bytes of LZ4 data.
 GRABSYSTEM_EXPORT void EncodeArmRecordHeader(Writer& w, uint32_t length);
+
+// A per-view file described without decompressing it, for tools that say
+// what a file holds. Records are walked as the header counts them and stop
+// at the first whose 64-byte header is not in the file, so a damaged count
+// cannot make more of them than the file has room for.
+struct ArmViewSummary {
+    OneViewArmImageDataHeader header = {};
+    std::vector<ArmRecordView> records;
+    uint64_t compressedBytes = 0;  // the records' n, summed
+    bool complete = false;         // the records end exactly where the file does
+};
+// kTruncated for a file shorter than the header, kBadVersion for a version
+// the format never had (0, or above kArmVersion); `summary` is then as it was.
+GRABSYSTEM_EXPORT Status SummarizeArmView(Bytes file, ArmViewSummary& summary);
 
 }  // namespace format
 }  // namespace GrabSystem

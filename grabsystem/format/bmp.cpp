@@ -93,6 +93,8 @@ Status DecodeBmpLayout(Bytes file, BmpLayout& layout) {
     return Status::kOk;
 }
 
+bool HasBmpSignature(Bytes file) { return file.size >= 2 && file.data[0] == 'B' && file.data[1] == 'M'; }
+
 void DecodeBmpPixels(Bytes file, const BmpLayout& layout, uint8_t* out) {
     const size_t rowBytes = size_t{layout.width} * layout.channels;
     for (uint32_t y = 0; y < layout.height; ++y) {

@@ -42,6 +42,9 @@ struct BmpLayout {
 GRABSYSTEM_EXPORT uint64_t BmpStride(uint64_t width, uint32_t channels);
 
 GRABSYSTEM_EXPORT Status DecodeBmpLayout(Bytes file, BmpLayout& layout);
+// Whether `file` starts as a BMP does, however short or damaged the rest:
+// what tells a BMP that DecodeBmpLayout refuses from a file of another kind.
+GRABSYSTEM_EXPORT bool HasBmpSignature(Bytes file);
 // The pixels, packed top row first, into `out` (width x height x channels
 // bytes). The layout must come from DecodeBmpLayout over the same bytes.
 GRABSYSTEM_EXPORT void DecodeBmpPixels(Bytes file, const BmpLayout& layout, uint8_t* out);

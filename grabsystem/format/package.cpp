@@ -1,5 +1,7 @@
 #include "grabsystem/format/package.h"
 
+#include <utility>
+
 namespace GrabSystem {
 namespace format {
 
@@ -113,6 +115,74 @@ PackageBlock DecodePackageBlock(Bytes data, uint64_t offset) {
 }
 
 void EncodePackageBlockLength(Writer& w, uint32_t length) { w.U32(length); }
+
+uint64_t ImagePackageDataOffset(uint32_t count) {
+    return kImagePackageHeadBytes + uint64_t{count} * kImagePackageRecordBytes;
+}
+
+namespace {
+bool ImageForm(uint32_t version) { return version == 1 || version == kImagePackageVersion; }
+}  // namespace
+
+bool HoldsPackageHead(Bytes head) {
+    const ImagePackageHead image = DecodeImagePackageHead(head);
+    return head.size >= (ImageForm(image.version) ? image.bytes : kGeneralPackageHeadBytes);
+}
+
+Status SummarizeImagePackage(Bytes file, ImagePackageSummary& summary) {
+    ImagePackageSummary read;
+    read.head = DecodeImagePackageHead(file);
+    if (file.size < read.head.bytes) return Status::kTruncated;
+    if (!ImageForm(read.head.version)) return Status::kBadVersion;
+    if (read.head.count == 0) return Status::kBadValue;
+    const uint64_t dataAt = read.head.bytes + uint64_t{read.head.count} * kImagePackageRecordBytes;
+    if (dataAt > file.size) return Status::kTruncated;
+    const uint64_t dataBytes = file.size - dataAt;
+    read.records.reserve(read.head.count);
+    for (uint32_t i = 0; i < read.head.count; ++i) {
+        const CDebugImgPackageInfoP info =
+            DecodeImagePackageRecord(file.Sub(read.head.bytes + uint64_t{i} * kImagePackageRecordBytes));
+        // Each factor is below 2^32: a run is checked against what is left
+        // before the sum can wrap.
+        const uint64_t frame = uint64_t{info.Width} * info.Height;
+        if (info.FrameCount != 0 && frame > (dataBytes - read.dataBytes) / info.FrameCount) return Status::kTruncated;
+        read.dataBytes += frame * info.FrameCount;
+        read.records.push_back(info);
+    }
+    if (read.dataBytes != dataBytes) return Status::kBadValue;
+    summary = std::move(read);
+    return Status::kOk;
+}
+
+Status SummarizeGeneralPackage(Bytes file, GeneralPackageSummary& summary) {
+    if (file.size < kGeneralPackageHeadBytes) return Status::kTruncated;
+    GeneralPackageSummary read;
+    read.head = DecodeGeneralPackageHead(file);
+    if (read.head.version != kGeneralPackageVersion) return Status::kBadVersion;
+    if (read.head.count == 0) return Status::kBadValue;
+    const uint64_t dataAt = GeneralPackageDataOffset(read.head.count);
+    if (dataAt > file.size) return Status::kTruncated;
+    read.records.reserve(read.head.count);
+    for (uint32_t i = 0; i < read.head.count; ++i)
+        read.records.push_back(DecodeGeneralPackageRecord(
+            file.Sub(kGeneralPackageHeadBytes + uint64_t{i} * kGeneralPackageRecordBytes)));
+    read.data = file.Sub(dataAt);
+    summary = std::move(read);
+    return Status::kOk;
+}
+
+PackageBlocksSummary SummarizePackageBlocks(Bytes plain) {
+    PackageBlocksSummary summary;
+    uint64_t at = 0;
+    while (at < plain.size) {
+        const PackageBlock block = DecodePackageBlock(plain, at);
+        if (!block.complete) break;
+        if (summary.blocks++ == 0) summary.firstLength = block.length;
+        at += kPackageBlockLengthBytes + uint64_t{block.length};
+    }
+    summary.complete = at == plain.size;
+    return summary;
+}
 
 }  // namespace format
 }  // namespace GrabSystem

@@ -21,12 +21,14 @@
 // word not all there is 0), the general package byte by byte.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
 
 #include "grabsystem/format/coding.h"
+#include "grabsystem/format/status.h"
 #include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
@@ -110,6 +112,52 @@ struct PackageBlock {
 };
 GRABSYSTEM_EXPORT PackageBlock DecodePackageBlock(Bytes data, uint64_t offset);
 GRABSYSTEM_EXPORT void EncodePackageBlockLength(Writer& w, uint32_t length);
+
+// ---- packages described without loading them, for tools
+
+// The head as it is written (version 2, with the jump word), and where the
+// data area of a package of n records starts.
+constexpr size_t kImagePackageHeadBytes = 12;
+GRABSYSTEM_EXPORT uint64_t ImagePackageDataOffset(uint32_t count);
+
+// Enough of a file's first bytes to hold either form's head.
+constexpr size_t kPackageHeadBytes = std::max(kImagePackageHeadBytes, kGeneralPackageHeadBytes);
+// Whether `head` (a file's first kPackageHeadBytes bytes, fewer when the
+// file is shorter) holds the whole head of the form its version word picks
+// as the exporter picks it: 1 and 2 the image form, anything else the
+// general form. The loaders would read a missing word as zero; a file that
+// short is no package at all.
+GRABSYSTEM_EXPORT bool HoldsPackageHead(Bytes head);
+
+struct ImagePackageSummary {
+    ImagePackageHead head;
+    std::vector<CDebugImgPackageInfoP> records;
+    uint64_t dataBytes = 0;  // Width x Height x FrameCount, summed without wrapping
+};
+// An image package whose head, records and data area account for every
+// byte of the file. kBadVersion unless the version is 1 or 2, kBadValue for
+// no records or a data area longer than the records say, kTruncated for
+// records or data missing from the file; `summary` is then as it was.
+GRABSYSTEM_EXPORT Status SummarizeImagePackage(Bytes file, ImagePackageSummary& summary);
+
+struct GeneralPackageSummary {
+    GeneralPackageHead head;
+    std::vector<CDebugPackageInfoP> records;
+    Bytes data;  // the data area, still encrypted
+};
+// A general package's head and records. kBadVersion unless the version is
+// 3, kBadValue for no records, kTruncated when the file ends inside them;
+// `summary` is then as it was.
+GRABSYSTEM_EXPORT Status SummarizeGeneralPackage(Bytes file, GeneralPackageSummary& summary);
+
+// The blocks of a plain data area, walked from its start to the first that
+// is not whole.
+struct PackageBlocksSummary {
+    uint64_t blocks = 0;       // whole blocks
+    uint32_t firstLength = 0;  // the first whole block's L (the project file's, when the flag is 1)
+    bool complete = false;     // the whole blocks end where the area does
+};
+GRABSYSTEM_EXPORT PackageBlocksSummary SummarizePackageBlocks(Bytes plain);
 
 }  // namespace format
 }  // namespace GrabSystem

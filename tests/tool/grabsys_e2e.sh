@@ -14,7 +14,7 @@ run() { "$G" "$@" >"$T/out" 2>"$T/err"; }
 expect_error() {  # expect_error <text on stderr> <args...>
   local text="$1"; shift
   run "$@" && fail "grabsys $* should fail"
-  [ "$(wc -l <"$T/err")" -ge 1 ] || fail "grabsys $* printed no error"
+  [ "$(wc -l <"$T/err")" -eq 1 ] || fail "grabsys $* printed not one error line: $(cat "$T/err")"
   grep -q -- "$text" "$T/err" || fail "grabsys $*: stderr lacks '$text': $(cat "$T/err")"
 }
 
@@ -56,8 +56,10 @@ for k in range(12):
     assert a == b, k
 PY
   echo "<project/>" >"$T/p.fpz"
-  run package create --from "$T/frames" -o "$T/gen.dbg" --general --project "$T/p.fpz" --jump 5 || fail "create general"
-  run info "$T/gen.dbg" && grep -q "project_file_bytes: 11" "$T/out" || fail "info of the general package"
+  # A jump index beyond a byte is the general form's, wherever --general stands.
+  run package create --from "$T/frames" -o "$T/gen.dbg" --jump 300 --general --project "$T/p.fpz" || fail "create general"
+  run info "$T/gen.dbg" && [ "$(grep -cE 'project_file_bytes: 11|frame_blocks: 12|complete: yes' "$T/out")" = 3 ] ||
+    fail "info of the general package: $(cat "$T/out")"
   run package export "$T/gen.dbg" --root "$T/root2" || fail "export general: $(cat "$T/err")"
   grep -q "project file .*: 11 bytes" "$T/out" || fail "project file size not reported"
   cmp -s "$T/p.fpz" "$T/root2/D/vormex/importTmp.fpz" || fail "project file differs"
@@ -71,25 +73,28 @@ arm)
   diff -r "$T/one" "$T/two" >/dev/null || fail "--jobs 1 and --jobs 2 trees differ"
   [ "$(find "$T/one" -name '*.bmp' | wc -l)" -eq 100 ] || fail "expected 100 BMP files"
   diff -r "$T/one" "$T/demo/armbmp" >/dev/null || fail "the tool's tree differs from the demo's"
+  run info "$T/demo/armraw/0.armraw" "$T/demo/frame0.raw" || fail "info: $(cat "$T/err")"
+  [ "$(grep -cE '^  (complete: yes|record 49:|type: raw image)' "$T/out")" = 4 ] || fail "info of a view, a raw image: $(cat "$T/out")"
   ;;
 errors)
   small_demo
-  expect_error "no such folder" arm list "$T/missing"
-  expect_error "no such folder" arm extract "$T/missing" -o "$T/x"
+  expect_error "Directory does not exist" arm list "$T/missing"
   cp -r "$T/demo/armraw" "$T/damaged"
   head -c 5000 "$T/demo/armraw/1.armraw" >"$T/damaged/1.armraw"
   expect_error "views 1 failed" arm extract "$T/damaged" -o "$T/dx"
   printf 'file' >"$T/plainfile"
   expect_error "output folder" arm extract "$T/demo/armraw" -o "$T/plainfile/sub"
-  expect_error "cannot open" package export "$T/missing.dbg"
+  expect_error "File does not exist" package export "$T/missing.dbg"
+  printf '\001\000\000\000\001\000\000' >"$T/short.dbg"  # version 1 wants an 8-byte head
+  expect_error "too short" package export "$T/short.dbg"
   # An image package that counts no records does not load.
   printf '\002\000\000\000\000\000\000\000\000\000\000\000' >"$T/norecords.dbg"
   expect_error "failed to load" package export "$T/norecords.dbg" --root "$T/r"
   expect_error "not a file of this system" info "$T/plainfile"
-  expect_error "cannot read" info "$T/missing.raw"
-  expect_error "cannot write the package" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/plainfile/p.dbg"
-  [ ! -e "$T/plainfile/p.dbg.part" ] || fail "a half-written package was left behind"
-  expect_error "no such folder" package create --from "$T/missing" -o "$T/p.dbg"
+  expect_error "nothing was written" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/plainfile/p.dbg"
+  expect_error "Directory does not exist" package create --from "$T/missing" -o "$T/p.dbg"
+  expect_error "requires --general" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/p.dbg" --project "$T/plainfile"
+  expect_error "--jump: .* not in range" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/p.dbg" --jump 256
   run arm --help && grep -q "extract" "$T/out" || fail "arm --help"
   ;;
 *)

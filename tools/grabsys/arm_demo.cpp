@@ -153,19 +153,18 @@ bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out, std::vector<StageSum
     StageSummary extract{"arm extract to BMP", verified + wrong, rawBytes, 0, extractSeconds, NativePath(bmpDir)};
     summary.push_back(compress);
     summary.push_back(extract);
-    const double mb = static_cast<double>(rawBytes) / 1048576.0;
+    const double mib = InMiB(rawBytes);
     out << std::fixed << std::setprecision(1);
-    out << "  compress and write: " << mb << " MB of frames -> " << static_cast<double>(fileBytes) / 1048576.0
-        << " MB in " << o.views << " .armraw files (ratio " << std::setprecision(2)
-        << static_cast<double>(rawBytes) / static_cast<double>(fileBytes) << std::setprecision(1) << ":1), "
-        << mb / compressSeconds << " MB/s\n";
+    out << "  compress and write: " << mib << " MiB of frames -> " << InMiB(fileBytes) << " MiB in " << o.views
+        << " .armraw files (ratio " << std::setprecision(2) << static_cast<double>(rawBytes) / static_cast<double>(fileBytes)
+        << std::setprecision(1) << ":1), " << mib / compressSeconds << " MiB/s\n";
     const GrabSystem::OutputCounters written = mng.GetCounters();
     const GrabSystem::ExtractCounters extracted = extractor.GetCounters();
     out << "  output manager: " << written.written << " views written, "
         << written.refusedNoMemory + written.refusedCompressFailed << " refused, " << written.saveFailed
         << " files failed, " << written.waits << " waits for a block (" << written.waitMsTotal << " ms, longest "
         << written.waitMsLongest << " ms)\n";
-    out << "  extract to BMP:     " << mb / extractSeconds << " MB/s, " << extracted.extracted[0] << " views extracted, "
+    out << "  extract to BMP:     " << mib / extractSeconds << " MiB/s, " << extracted.extracted[0] << " views extracted, "
         << extracted.failed[0] << " failed\n";
     out << "  verified " << verified << " frames bit for bit, " << wrong << " differ\n";
     out << "  files: " << NativePath(armDir) << " and " << NativePath(bmpDir) << "\n";

@@ -1,22 +1,25 @@
 #include "cli_common.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iostream>
 #include <memory>
 #include <mutex>
 
-#include "grabsystem/platform/console.h"
-#include "grabsystem/platform/device/device_manager.h"
-#include "grabsystem/platform/env.h"
-#include "grabsystem/platform/logger/logger.h"
+#include "grabsystem/grabsystem.h"
 
 namespace grabsys {
 
 namespace {
+// Guards every bar and the terminal line it draws on.
 std::mutex g_progressMutex;
+// The bar whose line is open on the terminal, if any.
+Progress* g_activeBar = nullptr;
 }  // namespace
 
 int Fail(const std::string& message) {
+    std::lock_guard<std::mutex> lock(g_progressMutex);
+    if (g_activeBar != nullptr) g_activeBar->FinishLocked();
     std::cerr << "grabsys: " << message << std::endl;
     return 1;
 }
@@ -27,6 +30,9 @@ Progress::Progress(std::string label, uint64_t total, const Output& output)
       m_enabled(!output.quiet && GrabSystem::platform::IsTerminal(stderr)),
       m_start(std::chrono::steady_clock::now()),
       m_lastDraw(m_start) {
+    std::lock_guard<std::mutex> lock(g_progressMutex);
+    if (g_activeBar != nullptr) g_activeBar->FinishLocked();
+    g_activeBar = this;
     if (m_enabled) Draw(false);
 }
 
@@ -36,7 +42,7 @@ void Progress::Add(uint64_t n) {
     std::lock_guard<std::mutex> lock(g_progressMutex);
     m_done += n;
     const auto now = std::chrono::steady_clock::now();
-    if (m_enabled && (now - m_lastDraw > std::chrono::milliseconds(100) || m_done == m_total)) {
+    if (m_enabled && !m_finished && (now - m_lastDraw > std::chrono::milliseconds(100) || m_done == m_total)) {
         m_lastDraw = now;
         Draw(false);
     }
@@ -44,6 +50,11 @@ void Progress::Add(uint64_t n) {
 
 void Progress::Finish() {
     std::lock_guard<std::mutex> lock(g_progressMutex);
+    FinishLocked();
+}
+
+void Progress::FinishLocked() {
+    if (g_activeBar == this) g_activeBar = nullptr;
     if (m_finished) return;
     m_finished = true;
     if (m_enabled) Draw(true);
@@ -52,7 +63,7 @@ void Progress::Finish() {
 void Progress::Draw(bool final) {
     constexpr int kWidth = 30;
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
-    const int filled = m_total == 0 ? kWidth : static_cast<int>(kWidth * m_done / m_total);
+    const int filled = m_total == 0 ? kWidth : static_cast<int>(kWidth * std::min(m_done, m_total) / m_total);
     std::fprintf(stderr, "\r%-16s [%s%s] %llu/%llu  %.1f/s", m_label.c_str(), std::string(filled, '#').c_str(),
                  std::string(kWidth - filled, '.').c_str(), static_cast<unsigned long long>(m_done),
                  static_cast<unsigned long long>(m_total), seconds > 0 ? m_done / seconds : 0.0);
@@ -82,11 +93,17 @@ void UseDriveRoot(const std::string& root) {
     GrabSystem::platform::Env::Install(next.get());
     mapping = std::move(next);
 #endif
+    // A general package's load writes its project file into this folder
+    // and expects it to exist, as it does on a scanner workstation.
+    const std::string project = GrabSystem::CDebugPackageP::kProjectFilePath;
+    GrabSystem::platform::Env::Default()->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
 }
 
-std::string Megabytes(uint64_t bytes) {
+double InMiB(uint64_t bytes) { return static_cast<double>(bytes) / static_cast<double>(uint64_t{1} << 20); }
+
+std::string MiB(uint64_t bytes) {
     char text[32];
-    std::snprintf(text, sizeof text, "%.1f MB", static_cast<double>(bytes) / 1048576.0);
+    std::snprintf(text, sizeof text, "%.1f MiB", InMiB(bytes));
     return text;
 }
 

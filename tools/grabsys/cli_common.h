@@ -1,5 +1,5 @@
-// What every grabsys command shares: output switches, error reporting and a
-// progress bar for long work.
+// What every grabsys command shares: output switches, error reporting, a
+// progress bar for long work, paths and units.
 #pragma once
 
 #include <chrono>
@@ -13,19 +13,26 @@ struct Output {
     bool verbose = false;
 };
 
-// Prints "grabsys: <message>" on stderr and returns the exit code 1.
+// Prints "grabsys: <message>" on stderr and returns the exit code 1. A
+// progress bar still on the terminal is finished first, so that the error
+// starts a line of its own whatever the command was doing.
 int Fail(const std::string& message);
 
 // A progress bar on stderr with counts and rate, drawn only when stderr is
-// a terminal and output is not quiet. Thread-safe Add.
+// a terminal and output is not quiet. One is active at a time: a new bar
+// finishes the one before. Thread-safe Add.
 class Progress {
 public:
     Progress(std::string label, uint64_t total, const Output& output);
     ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
     void Add(uint64_t n = 1);
     void Finish();
 
 private:
+    friend int Fail(const std::string& message);
+    void FinishLocked();
     void Draw(bool final);
 
     std::string m_label;
@@ -53,10 +60,13 @@ struct StageSummary {
 // The path as the operating system names it (drive paths mapped).
 std::string NativePath(const std::string& path);
 // Maps the system's drive paths ("D://...") to folders under `root` from
-// now on (POSIX); on Windows D: is the real drive and the root is ignored.
+// now on (POSIX; on Windows D: is the real drive and the root is ignored),
+// and makes the folder the general package's project file goes to.
 void UseDriveRoot(const std::string& root);
 
-// "12.3 MB" style sizes.
-std::string Megabytes(uint64_t bytes);
+// Sizes are binary throughout the tool: MiB, GiB, and MiB/s for rates.
+double InMiB(uint64_t bytes);
+// "12.3 MiB"
+std::string MiB(uint64_t bytes);
 
 }  // namespace grabsys

@@ -1,12 +1,10 @@
 // grabsys info: identifies a file of the system and prints its header.
-#include <cstring>
+#include <cstdio>
 #include <iostream>
 #include <memory>
-#include <cstdio>
 #include <string>
 #include <vector>
 
-#include "cli_common.h"
 #include "commands.h"
 #include "grabsystem/grabsystem.h"
 
@@ -15,6 +13,11 @@ namespace grabsys {
 namespace {
 
 using namespace GrabSystem;
+
+struct InfoOptions {
+    std::vector<std::string> files;
+    bool json = false;
+};
 
 // An ordered set of fields that prints as "key: value" lines or as JSON.
 class Report {
@@ -77,21 +80,18 @@ private:
     std::vector<std::vector<std::pair<std::string, double>>> m_rows;
 };
 
-uint32_t Word(const unsigned char* p) {
-    uint32_t v;
-    std::memcpy(&v, p, 4);
-    return v;
-}
-
-const char* FormatName(int format) {
+const char* FormatName(VormexDataStructure::eImgFileFormat format) {
     switch (format) {
-        case 1: return "raw";
-        case 2: return "flat-field table";
-        case 3: return "BMP";
-        case 4: return "JPEG";
+        case VormexDataStructure::eImgFmtRaw: return "raw";
+        case VormexDataStructure::eImgFmtFFC: return "flat-field table";
+        case VormexDataStructure::eImgFmtBmp: return "BMP";
+        case VormexDataStructure::eImgFmtJpg: return "JPEG";
         default: return "unknown";
     }
 }
+
+// "yes", or "no: " and why.
+std::string YesOr(bool yes, const std::string& why) { return yes ? "yes" : "no: " + why; }
 
 void DescribeInfo(const CImgInfo& info, Report& r) {
     r.Num("width", info.size.GetWidth());
@@ -109,11 +109,10 @@ void DescribeInfo(const CImgInfo& info, Report& r) {
     r.Num("processing_steps", static_cast<double>(info.procLog.Size()));
 }
 
-bool DescribeArm(const unsigned char* d, uint64_t size, Report& r) {
-    if (size < 1024) return false;
-    OneViewArmImageDataHeader h;
-    std::memcpy(&h, d, sizeof h);
-    if (h.version == 0 || h.version > 2) return false;
+bool DescribeArm(format::Bytes file, Report& r) {
+    format::ArmViewSummary s;
+    if (format::SummarizeArmView(file, s) != format::Status::kOk) return false;
+    const OneViewArmImageDataHeader& h = s.header;
     r.Str("type", "arm view (.armraw)");
     r.Num("version", h.version);
     r.Num("sin_frames", h.sinFrameCount);
@@ -124,127 +123,98 @@ bool DescribeArm(const unsigned char* d, uint64_t size, Report& r) {
     r.Num("sin_dim_a", h.sinDimA);
     r.Num("sin_dim_b", h.sinDimB);
     r.Num("sin_dim_c", h.sinDimC);
-    uint64_t at = 1024, compressed = 0;
-    const uint64_t frames = uint64_t{h.sinFrameCount} + h.whiteFrameCount;
-    for (uint64_t f = 0; f < frames && at + 64 <= size; ++f) {
-        const uint32_t n = Word(d + at + 4);
-        r.Row({{"kind", Word(d + at)}, {"lz4_bytes", n}});
-        compressed += n;
-        at += 64 + uint64_t{n};
-    }
-    r.Num("file_bytes", static_cast<double>(size));
-    r.Str("complete", at == size ? "yes" : "no: the records do not end where the file does");
-    if (compressed != 0)
-        r.Num("compression_ratio", static_cast<double>(frames * h.width * h.height) / static_cast<double>(compressed));
+    for (const format::ArmRecordView& record : s.records) r.Row({{"kind", record.kind}, {"lz4_bytes", record.length}});
+    r.Num("file_bytes", static_cast<double>(file.size));
+    r.Str("complete", YesOr(s.complete, "the records do not end where the file does"));
+    const double frames = static_cast<double>(h.sinFrameCount) + h.whiteFrameCount;
+    if (s.compressedBytes != 0)
+        r.Num("compression_ratio", frames * h.width * h.height / static_cast<double>(s.compressedBytes));
     return true;
 }
 
-bool DescribeImagePackage(const unsigned char* d, uint64_t size, Report& r) {
-    const uint32_t version = Word(d), count = Word(d + 4);
-    const uint64_t recordsAt = version == 1 ? 8 : 12;
-    if (count == 0 || recordsAt + 20ull * count > size) return false;
-    uint64_t data = 0;
-    for (uint32_t i = 0; i < count; ++i) {
-        const unsigned char* p = d + recordsAt + 20ull * i;
-        data += uint64_t{Word(p)} * Word(p + 4) * Word(p + 8);
-    }
-    if (recordsAt + 20ull * count + data != size) return false;
+bool DescribeImagePackage(format::Bytes file, Report& r) {
+    format::ImagePackageSummary s;
+    if (format::SummarizeImagePackage(file, s) != format::Status::kOk) return false;
     r.Str("type", "image debug package");
-    r.Num("version", version);
-    r.Num("jump_index", version == 1 ? 0 : Word(d + 8));
-    r.Num("data_bytes", static_cast<double>(data));
-    for (uint32_t i = 0; i < count; ++i) {
-        const unsigned char* p = d + recordsAt + 20ull * i;
-        r.Row({{"width", Word(p)}, {"height", Word(p + 4)}, {"frames", Word(p + 8)}, {"group", Word(p + 12)}, {"camera", Word(p + 16)}});
-    }
+    r.Num("version", s.head.version);
+    r.Num("jump_index", s.head.jumpIdx);
+    r.Num("data_bytes", static_cast<double>(s.dataBytes));
+    for (const CDebugImgPackageInfoP& p : s.records)
+        r.Row({{"width", p.Width}, {"height", p.Height}, {"frames", p.FrameCount}, {"group", p.GroupIdx}, {"camera", p.CamIdx}});
     return true;
 }
 
-bool DescribeGeneralPackage(const unsigned char* d, uint64_t size, Report& r) {
-    const uint32_t flag = Word(d + 4), count = Word(d + 8);
-    const uint64_t header = 12 + 24ull * count;
-    if (count == 0 || header > size) return false;
-    // Decrypt a copy of the data area to walk its blocks.
-    std::vector<unsigned char> data(d + header, d + size);
-    DrasselSpace::FileToolP::EncryptData(data.data(), data.size(),
-                                         reinterpret_cast<const unsigned char*>(CDebugImgPackageP::kKey), 16);
-    uint64_t at = 0, blocks = 0, project = 0;
-    while (at + 4 <= data.size()) {
-        const uint32_t n = Word(data.data() + at);
-        if (at + 4 + n > data.size()) break;
-        if (blocks == 0 && flag == 1) project = n;
-        at += 4 + uint64_t{n};
-        ++blocks;
-    }
+bool DescribeGeneralPackage(format::Bytes file, Report& r) {
+    format::GeneralPackageSummary s;
+    if (format::SummarizeGeneralPackage(file, s) != format::Status::kOk) return false;
+    // The blocks are walked over a decrypted copy of the data area.
+    std::vector<unsigned char> plain(s.data.data, s.data.data + s.data.size);
+    DrasselSpace::FileToolP::EncryptData(plain.data(), plain.size(),
+                                         reinterpret_cast<const unsigned char*>(CDebugImgPackageP::kKey),
+                                         DrasselSpace::FileToolP::kKeyLength);
+    const format::PackageBlocksSummary blocks = format::SummarizePackageBlocks(format::Bytes(plain.data(), plain.size()));
+    const bool project = s.head.flag == 1;
     r.Str("type", "general debug package");
-    r.Num("version", Word(d));
-    r.Str("project_file", flag == 1 ? "yes" : "no");
-    if (flag == 1) r.Num("project_file_bytes", static_cast<double>(project));
-    r.Num("frame_blocks", static_cast<double>(blocks - (flag == 1 && blocks ? 1 : 0)));
-    r.Str("complete", at == data.size() ? "yes" : "no: a block runs past the end of the file");
-    for (uint32_t i = 0; i < count; ++i) {
-        const unsigned char* p = d + 12 + 24ull * i;
-        r.Row({{"jump", Word(p)}, {"width", Word(p + 4)}, {"height", Word(p + 8)}, {"frames", Word(p + 12)},
-               {"group", Word(p + 16)}, {"camera", Word(p + 20)}});
-    }
+    r.Num("version", s.head.version);
+    r.Str("project_file", project ? "yes" : "no");
+    if (project) r.Num("project_file_bytes", blocks.firstLength);
+    r.Num("frame_blocks", static_cast<double>(blocks.blocks - (project && blocks.blocks ? 1 : 0)));
+    r.Str("complete", YesOr(blocks.complete, "a block runs past the end of the file"));
+    for (const CDebugPackageInfoP& p : s.records)
+        r.Row({{"jump", p.JumpIdx}, {"width", p.Width}, {"height", p.Height}, {"frames", p.FrameCount},
+               {"group", p.GroupIdx}, {"camera", p.CamIdx}});
     return true;
 }
 
-// An image file of this library (raw or BMP) that ends with an info block.
-bool DescribeImageFile(const std::string& path, const unsigned char* d, uint64_t size, Report& r) {
-    FILE* f = GrabSystem::platform::Env::Default()->OpenStream(path, "rb");
-    if (f == nullptr) return false;
+// An image file of this library: a BMP, or a raw image or any other that
+// ends with an information block.
+bool DescribeImageFile(format::Bytes file, Report& r) {
+    const bool bmp = format::HasBmpSignature(file);
+    format::RawImageView raw;
+    const bool isRaw = !bmp && format::DecodeRawImage(file, raw) == format::Status::kOk;
     CImgInfo info;
-    const bool found = info.Extract(f, false);
-    std::fclose(f);
-    const bool bmp = size >= 2 && d[0] == 'B' && d[1] == 'M';
-    if (!found && !bmp) return false;
-    r.Str("type", bmp ? "BMP image" : std::string(FormatName(info.fileFormat)) + " image");
+    const bool found = isRaw ? raw.hasInfo : format::DecodeInfoBlockAtEnd(file, info) == format::Status::kOk;
+    if (isRaw) info = raw.info;
+    if (!found && !bmp && !isRaw) return false;
+    r.Str("type", bmp ? "BMP image" : isRaw ? "raw image" : std::string(FormatName(info.fileFormat)) + " image");
     r.Str("information_block", found ? "yes" : "no");
     if (found) DescribeInfo(info, r);
+    if (isRaw) r.Str("complete", YesOr(raw.complete, "the pixels end early"));
     if (bmp && !found) {
-        unsigned char* px = nullptr;
-        unsigned w = 0, h = 0;
-        DrasselSpace::ePixelFormatP fmt{};
-        const bool ok = DrasselSpace::ImageIOToolP::DecodeBMP(d, size, px, w, h, fmt);
-        delete[] px;
-        r.Str("readable", ok ? "yes" : "no");
-        r.Num("width", w);
-        r.Num("height", h);
-        r.Num("channels", fmt);
+        format::BmpLayout layout;
+        const format::Status status = format::DecodeBmpLayout(file, layout);
+        r.Str("readable", YesOr(status == format::Status::kOk, format::Describe(status)));
+        r.Num("width", layout.width);
+        r.Num("height", layout.height);
+        r.Num("channels", layout.channels);
     }
     return true;
 }
 
-}  // namespace
-
-int RunInfo(const std::vector<std::string>& files, bool json, const Output&) {
-    if (files.empty()) return Fail("give at least one file");
+int RunInfo(const InfoOptions& o) {
     int status = 0;
     bool first = true;
-    if (json) std::cout << "[";
-    for (size_t i = 0; i < files.size(); ++i) {
-        const std::string& path = files[i];
+    if (o.json) std::cout << "[";
+    for (const std::string& path : o.files) {
         unsigned char* raw = nullptr;
         unsigned long long size = 0;
         if (!DrasselSpace::FileToolP::LoadDataFromFile(path, raw, size)) {
             status = Fail(path + ": cannot read the file");
             continue;
         }
-        std::unique_ptr<unsigned char[]> data(raw);
+        const std::unique_ptr<unsigned char[]> data(raw);
+        const format::Bytes file(data.get(), static_cast<size_t>(size));
         Report r;
-        if (json) r.Str("file", path);
-        const std::string ext = DrasselSpace::CWinHelper::GetFileExtension(path);
-        const unsigned char* d = data.get();
-        const bool known = (ext == ".armraw" && DescribeArm(d, size, r)) || DescribeImageFile(path, d, size, r) ||
-                           (size >= 12 && (Word(d) == 1 || Word(d) == 2) && DescribeImagePackage(d, size, r)) ||
-                           (size >= 12 && Word(d) == 3 && DescribeGeneralPackage(d, size, r)) ||
-                           DescribeArm(d, size, r);
+        if (o.json) r.Str("file", path);
+        const bool armName = DrasselSpace::CWinHelper::GetFileExtension(path) == ".armraw";
+        // The name decides only between kinds that could both read the file.
+        const bool known = (armName && DescribeArm(file, r)) || DescribeImageFile(file, r) ||
+                           DescribeImagePackage(file, r) || DescribeGeneralPackage(file, r) || DescribeArm(file, r);
         if (!known) {
             status = Fail(path + ": not a file of this system (arm view, debug package, raw or BMP image)");
             continue;
         }
-        if (json) {
+        if (o.json) {
             std::cout << (first ? "" : ", ");
             first = false;
             r.Print(std::cout, true);
@@ -253,8 +223,19 @@ int RunInfo(const std::vector<std::string>& files, bool json, const Output&) {
             r.Print(std::cout, false);
         }
     }
-    if (json) std::cout << "]\n";
+    if (o.json) std::cout << "]\n";
     return status;
+}
+
+}  // namespace
+
+void RegisterInfo(CLI::App& app, const Output&, Runner& run) {
+    auto o = std::make_shared<InfoOptions>();
+    CLI::App* info = app.add_subcommand("info", "Identify .armraw files, debug packages, raw and BMP images, print their headers");
+    info->add_option("FILE", o->files, "Files to describe")->required()->check(CLI::ExistingFile);
+    info->add_flag("--json", o->json, "One JSON array of objects, for scripts");
+    info->footer("Example:\n  grabsys info 12.armraw capture.dbg frame.raw --json");
+    RunWhenParsed(info, run, [o] { return RunInfo(*o); });
 }
 
 }  // namespace grabsys

@@ -3,11 +3,11 @@
 #include <cctype>
 #include <filesystem>
 #include <iostream>
+#include <limits>
 #include <map>
 #include <memory>
 #include <vector>
 
-#include "cli_common.h"
 #include "commands.h"
 #include "grabsystem/grabsystem.h"
 
@@ -17,6 +17,21 @@ namespace {
 
 using namespace GrabSystem;
 namespace fs = std::filesystem;
+
+struct CreateOptions {
+    std::string from;     // folder of 8-bit BMP files
+    std::string output;   // package file to write
+    bool general = false;
+    std::string project;  // optional project file (general form)
+    unsigned camera = 0;
+    unsigned group = 0;
+    unsigned jump = 0;
+};
+
+struct ExportOptions {
+    std::vector<std::string> files;
+    std::string root = ".";
+};
 
 // img2.bmp before img10.bmp: runs of digits compare as numbers.
 bool NaturalLess(const std::string& a, const std::string& b) {
@@ -45,49 +60,110 @@ struct Frame {
     std::unique_ptr<unsigned char[]> pixels;
 };
 
-}  // namespace
+// A package save answers true once its file could be created, whatever its
+// writes did. Watching the files the save finishes through the Env tells
+// whether the package really went into place.
+class SaveWatch : public platform::EnvWrapper {
+public:
+    SaveWatch() : EnvWrapper(platform::Env::Default()), m_scope(this) {}
+    // Every file the save wrote was finished and renamed into place.
+    bool Finished() const { return m_files != 0 && m_failed == 0; }
 
-int RunPackageCreate(const PackageCreateOptions& o, const Output& output) {
-    std::error_code ec;
-    if (!fs::is_directory(o.from, ec)) return Fail(o.from + ": no such folder");
+    std::unique_ptr<platform::WritableFile> NewWritableFile(const std::string& path) override {
+        std::unique_ptr<platform::WritableFile> file = EnvWrapper::NewWritableFile(path);
+        if (!file) return file;
+        ++m_files;
+        return std::make_unique<Watched>(std::move(file), m_failed);
+    }
+
+private:
+    class Watched : public platform::WritableFile {
+    public:
+        Watched(std::unique_ptr<platform::WritableFile> file, int& failed) : m_file(std::move(file)), m_failed(failed) {}
+        ~Watched() override {
+            if (!m_closed) ++m_failed;
+        }
+        bool Append(const void* data, size_t size) override { return m_file->Append(data, size); }
+        bool Sync() override { return m_file->Sync(); }
+        bool Close() override {
+            m_closed = true;
+            const bool ok = m_file->Close();
+            if (!ok) ++m_failed;
+            return ok;
+        }
+        void Abandon() override {
+            m_closed = true;
+            ++m_failed;
+            m_file->Abandon();
+        }
+
+    private:
+        std::unique_ptr<platform::WritableFile> m_file;
+        int& m_failed;
+        bool m_closed = false;
+    };
+
+    platform::ScopedEnv m_scope;
+    int m_files = 0;
+    int m_failed = 0;
+};
+
+// The frames of the folder's BMP files in natural name order; an empty list
+// after Fail has reported why.
+std::vector<Frame> ReadFrames(const std::string& from, unsigned& width, unsigned& height, const Output& output) {
     std::vector<std::string> names;
-    for (const auto& entry : fs::directory_iterator(o.from, ec)) {
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(from, ec)) {
         std::string ext = entry.path().extension().string();
         std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
         if (entry.is_regular_file() && ext == ".bmp") names.push_back(entry.path().string());
     }
-    if (names.empty()) return Fail(o.from + ": no .bmp files");
+    if (names.empty()) {
+        Fail(from + ": no .bmp files");
+        return {};
+    }
     std::sort(names.begin(), names.end(), NaturalLess);
-    if (!o.general && o.jump > 255) return Fail("--jump: an image package holds jump indices up to 255");
 
     std::vector<Frame> frames;
-    unsigned width = 0, height = 0;
     Progress progress("reading frames", names.size(), output);
     for (const std::string& name : names) {
         unsigned char* px = nullptr;
         unsigned w = 0, h = 0;
         DrasselSpace::ePixelFormatP format{};
-        if (!DrasselSpace::ImageIOToolP::LoadBMP(name.c_str(), px, w, h, format))
-            return Fail(name + ": not a readable BMP file");
+        const bool loaded = DrasselSpace::ImageIOToolP::LoadBMP(name.c_str(), px, w, h, format);
         std::unique_ptr<unsigned char[]> owned(px);
-        if (format != DrasselSpace::ePixelFormatGray8) return Fail(name + ": not an 8-bit grey BMP");
-        if (frames.empty()) {
-            width = w;
-            height = h;
-        } else if (w != width || h != height) {
-            return Fail(name + ": " + std::to_string(w) + " x " + std::to_string(h) + ", but the first frame is " +
-                        std::to_string(width) + " x " + std::to_string(height));
+        std::string problem;
+        if (!loaded)
+            problem = "not a readable BMP file";
+        else if (format != DrasselSpace::ePixelFormatGray8)
+            problem = "not an 8-bit grey BMP";
+        else if (!frames.empty() && (w != width || h != height))
+            problem = std::to_string(w) + " x " + std::to_string(h) + ", but the first frame is " +
+                      std::to_string(width) + " x " + std::to_string(height);
+        if (!problem.empty()) {
+            Fail(name + ": " + problem);
+            return {};
         }
+        width = w;
+        height = h;
         frames.push_back({name, std::move(owned)});
         progress.Add();
     }
-    progress.Finish();
-    const uint64_t frameBytes = uint64_t{width} * height;
-    if (frameBytes * frames.size() > UINT32_MAX) return Fail("the frames exceed the 4 GB a package can hold");
+    return frames;
+}
 
-    // Written beside the target, renamed over it only when complete.
-    const std::string partial = o.output + ".part";
-    bool saved = false;
+int RunPackageCreate(const CreateOptions& o, const Output& output) {
+    unsigned width = 0, height = 0;
+    const std::vector<Frame> frames = ReadFrames(o.from, width, height, output);
+    if (frames.empty()) return 1;
+    const uint64_t frameBytes = uint64_t{width} * height;
+    if (frameBytes * frames.size() > UINT32_MAX) return Fail("the frames exceed the 4 GiB a package can hold");
+
+    // The save replaces the file only once it is whole; what it returns
+    // says only whether the file could be created.
+    const bool existed = platform::Env::Default()->FileExists(o.output);
+    SaveWatch watch;
+    bool created = false;
     uint64_t dataBytes = 0;
     if (!o.general) {
         CDebugImgPackageP pkg;
@@ -102,7 +178,7 @@ int RunPackageCreate(const PackageCreateOptions& o, const Output& output) {
         pkg.CreatePackageBuffer();
         for (size_t i = 0; i < frames.size(); ++i) pkg.AddData(0, frames[i].pixels.get(), static_cast<unsigned>(i));
         dataBytes = pkg.BufferSize;
-        saved = pkg.SaveDebugPackage(partial);
+        created = pkg.SaveDebugPackage(o.output);
     } else {
         std::unique_ptr<CDebugPackageP> pkg(new CDebugPackageP);
         pkg->InitialPackageBuffer();
@@ -131,42 +207,38 @@ int RunPackageCreate(const PackageCreateOptions& o, const Output& output) {
         }
         pkg->AllocateDebugImgBuffer();
         dataBytes = pkg->GetDataSize();
-        saved = pkg->SaveDebugPackage(partial, !o.project.empty());
+        created = pkg->SaveDebugPackage(o.output, !o.project.empty());
     }
-    std::error_code renameError;
-    if (saved) fs::rename(partial, o.output, renameError);
-    if (!saved || renameError) {
-        fs::remove(partial, ec);
-        return Fail(o.output + ": cannot write the package (" +
-                    (renameError ? renameError.message() : std::string("the file cannot be created")) + "); nothing was written");
+    if (!created || !watch.Finished()) {
+        const std::string cause = created ? "a write failed" : "the file cannot be created";
+        return Fail(o.output + ": cannot write the package (" + cause + "); " +
+                    (existed ? "the earlier file of that name stays" : "nothing was written"));
     }
     if (!output.quiet) {
         std::cout << "wrote " << (o.general ? "general" : "image") << " package " << o.output << ": " << frames.size()
                   << " frames of " << width << " x " << height << ", camera " << o.camera << ", group " << o.group
-                  << ", jump " << o.jump << ", data " << Megabytes(dataBytes)
+                  << ", jump " << o.jump << ", data " << MiB(dataBytes)
                   << (o.project.empty() ? "" : ", with project file " + o.project) << "\n";
     }
     return 0;
 }
 
-int RunPackageExport(const std::vector<std::string>& files, const std::string& root, const Output& output) {
-    if (files.empty()) return Fail("give at least one package file");
-    for (const std::string& file : files) {
+int RunPackageExport(const ExportOptions& o, const Output& output) {
+    for (const std::string& file : o.files) {
         BinaryReader reader;
         if (reader.Open(file.c_str()) == 0) return Fail(file + ": cannot open the package");
-        if (reader.Remaining() < 12) return Fail(file + ": too short to be a debug package");
+        unsigned char head[format::kPackageHeadBytes];
+        const size_t got = reader.ReadByteArray(head, sizeof head);
+        if (!format::HoldsPackageHead(format::Bytes(head, got))) return Fail(file + ": too short to be a debug package");
     }
     std::error_code ec;
-    fs::create_directories(root, ec);
-    if (!fs::is_directory(root, ec)) return Fail(root + ": cannot create the drive root");
-    UseDriveRoot(fs::absolute(root).string());
-    // A general package writes its project file into D:\vormex, which the
-    // library expects to exist, as it does on a scanner workstation.
-    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\vormex");
+    fs::create_directories(o.root, ec);
+    if (!fs::is_directory(o.root, ec)) return Fail(o.root + ": cannot create the drive root");
+    UseDriveRoot(fs::absolute(o.root).string());
 
     CDebugPackageExporterP exporter;
-    const bool ok = exporter.ExprotPackage(files);
-    const fs::path tree = NativePath("D://ImgTest//CamImgInput");
+    const bool ok = exporter.ExprotPackage(o.files);
+    const fs::path tree = NativePath(format::kExportTreeRoot);
     std::map<std::string, size_t> folders;
     if (fs::is_directory(tree, ec))
         for (const auto& entry : fs::recursive_directory_iterator(tree, ec))
@@ -180,8 +252,54 @@ int RunPackageExport(const std::vector<std::string>& files, const std::string& r
     }
     if (!ok)
         return Fail("a package failed to load (damaged, truncated or not a debug package)" +
-                    std::string(files.size() > 1 ? "; packages exported before it stay in the tree" : ""));
+                    std::string(o.files.size() > 1 ? "; packages exported before it stay in the tree" : ""));
     return 0;
+}
+
+// The image form keeps the jump index in a byte (SetJumpIdx); the general
+// form takes any. Checked when the whole command line is read, so that
+// --general may come after --jump.
+CLI::Validator JumpFor(const CLI::Option* general) {
+    const CLI::Range imageJump(0u, unsigned{std::numeric_limits<unsigned char>::max()});
+    return CLI::Validator(
+        [general, imageJump](std::string& value) {
+            const std::string error = general->count() != 0 ? std::string() : imageJump(value);
+            return error.empty() ? error : error + " (an image package; --general takes more)";
+        },
+        "");
+}
+
+}  // namespace
+
+void RegisterPackage(CLI::App& app, const Output& output, Runner& run) {
+    CLI::App* package = app.add_subcommand("package", "Debug packages: bundles of frames with an encrypted data area");
+    package->require_subcommand(1);
+    package->footer("Examples:\n  grabsys package create --from frames/ -o cam0.dbg --camera 0\n  grabsys package export cam0.dbg --root /tmp/replay");
+
+    auto ex = std::make_shared<ExportOptions>();
+    CLI::App* exportCmd = package->add_subcommand("export", std::string("Export packages into the ") + format::kExportTreeRoot + " tree");
+    exportCmd->add_option("FILE", ex->files, "Package files; several go to Cam<c>_<i> folders")->required()->check(CLI::ExistingFile);
+#ifdef _WIN32
+    // Windows paths are real: the export writes to drive D: itself.
+    exportCmd->add_option("--root", ex->root, "Ignored on Windows, where D: is the real drive")->capture_default_str();
+#else
+    exportCmd->add_option("--root", ex->root, "Folder that stands for the drive root (D: is <root>/D)")->capture_default_str();
+#endif
+    exportCmd->footer("Example:\n  grabsys package export capture.dbg --root /tmp/replay");
+    RunWhenParsed(exportCmd, run, [ex, &output] { return RunPackageExport(*ex, output); });
+
+    auto cr = std::make_shared<CreateOptions>();
+    CLI::App* create = package->add_subcommand("create", "Build a package from a folder of 8-bit BMP files");
+    create->add_option("--from", cr->from, "Folder of 8-bit grey BMP files of one size (natural name order)")->required()->check(CLI::ExistingDirectory);
+    create->add_option("-o,--out", cr->output, "Package file to write")->required();
+    CLI::Option* general = create->add_flag("--general", cr->general, "Write the general form (LZ4 frames, optional project file)");
+    create->add_option("--project", cr->project, "Project file to lead the data area (general form)")->check(CLI::ExistingFile)->needs(general);
+    create->add_option("--camera", cr->camera, "Camera index of the run")->capture_default_str();
+    create->add_option("--group", cr->group, "Group index of the run")->capture_default_str();
+    create->add_option("--jump", cr->jump, "Jump index (image form: at most 255)")->check(JumpFor(general))->capture_default_str();
+    create->footer("Examples:\n  grabsys package create --from frames/ -o cam0.dbg --camera 0\n"
+                   "  grabsys package create --from frames/ -o scan.dbg --general --project scan.fpz --jump 3");
+    RunWhenParsed(create, run, [cr, &output] { return RunPackageCreate(*cr, output); });
 }
 
 }  // namespace grabsys

@@ -1,29 +1,29 @@
-// The grabsys commands; each returns the process exit code.
+// The grabsys commands. Each registration function adds its command to the
+// application with every check CLI11 can make on its options, and sets
+// `run` when the command line picks that command; main runs it once parsing
+// is done. `output` is read when the command runs, after the global flags
+// are parsed.
 #pragma once
 
-#include <string>
-#include <vector>
+#include <CLI/CLI.hpp>
+
+#include <functional>
 
 #include "cli_common.h"
 
 namespace grabsys {
 
-int RunArmList(const std::vector<std::string>& dirs, const Output& output);
-int RunArmExtract(const std::vector<std::string>& dirs, const std::string& outDir, int mode, unsigned jobs,
-                  const Output& output);
+// A parsed command, ready to run; returns the process exit code.
+using Runner = std::function<int()>;
 
-struct PackageCreateOptions {
-    std::string from;     // folder of 8-bit BMP files
-    std::string output;   // package file to write
-    bool general = false;
-    std::string project;  // optional project file (general form)
-    unsigned camera = 0;
-    unsigned group = 0;
-    unsigned jump = 0;
-};
-int RunPackageCreate(const PackageCreateOptions& options, const Output& output);
-int RunPackageExport(const std::vector<std::string>& files, const std::string& root, const Output& output);
+void RegisterDemo(CLI::App& app, const Output& output, Runner& run);
+void RegisterArm(CLI::App& app, const Output& output, Runner& run);
+void RegisterPackage(CLI::App& app, const Output& output, Runner& run);
+void RegisterInfo(CLI::App& app, const Output& output, Runner& run);
 
-int RunInfo(const std::vector<std::string>& files, bool json, const Output& output);
+// Makes `run` the given command once `command` has been parsed.
+inline void RunWhenParsed(CLI::App* command, Runner& run, Runner body) {
+    command->callback([&run, body = std::move(body)] { run = body; });
+}
 
 }  // namespace grabsys

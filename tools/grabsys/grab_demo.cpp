@@ -24,6 +24,9 @@ using VormexDataStructure::eImgFmtRaw;
 
 constexpr int kPatterns = 4;
 
+// The number a synthetic frame carries in its first bytes.
+uint64_t FrameNumber(const unsigned char* pixels) { return GrabSystem::format::GetFixed<uint64_t>(pixels); }
+
 struct ModeResult {
     GrabSystem::PoolCounters counts;  // the pool's own account of every frame
     uint64_t consumed = 0;
@@ -51,14 +54,13 @@ public:
 
     unsigned char* Frame(uint64_t number) {
         auto& frame = m_patterns[number % kPatterns];
-        std::memcpy(frame.data(), &number, sizeof number);
+        GrabSystem::format::PutFixed(frame.data(), number);
         return frame.data();
     }
 
     // Whether packed pixels hold frame `number` as the camera produced it.
     bool Matches(const unsigned char* packed) const {
-        uint64_t number = 0;
-        std::memcpy(&number, packed, sizeof number);
+        const uint64_t number = FrameNumber(packed);
         const auto& frame = m_patterns[number % kPatterns];
         for (uint32_t y = 0; y < m_o.height; ++y) {
             const size_t skip = y == 0 ? sizeof number : 0;
@@ -76,12 +78,6 @@ private:
     size_t m_stride;
     std::vector<std::vector<unsigned char>> m_patterns;
 };
-
-uint64_t FrameNumber(const unsigned char* pixels) {
-    uint64_t number = 0;
-    std::memcpy(&number, pixels, sizeof number);
-    return number;
-}
 
 // Saves a pooled image as raw and as BMP, loads both back into fresh images
 // and compares geometry, pixels and the frame attribute.
@@ -176,8 +172,8 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageS
         << " ms per frame, " << o.chunks << " chunks\n\n";
     out << std::left << std::setw(8) << "mode" << std::right << std::setw(8) << "pushed" << std::setw(9) << "dropped"
         << std::setw(13) << "overwritten" << std::setw(10) << "released" << std::setw(8) << "in use" << std::setw(10)
-        << "consumed" << std::setw(10) << "verified" << std::setw(10) << "live fps" << std::setw(10) << "MB/s"
-        << std::setw(14) << "copy MB/s" << "\n";
+        << "consumed" << std::setw(10) << "verified" << std::setw(10) << "live fps" << std::setw(10) << "MiB/s"
+        << std::setw(14) << "copy MiB/s" << "\n";
     bool ok = true;
     for (PoolMode mode : {GrabSystem::ePoolNormal, GrabSystem::ePoolRing}) {
         const ModeResult r = RunMode(o, mode, camera);
@@ -189,14 +185,14 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageS
         stage.seconds = r.copySeconds;
         stage.where = mode == GrabSystem::ePoolRing ? "-" : grabsys::NativePath(o.outputDir);
         summary.push_back(stage);
-        const double mb = static_cast<double>(c.bytesCopied) / 1048576.0;
+        const double mib = InMiB(c.bytesCopied);
         out << std::left << std::setw(8) << (mode == GrabSystem::ePoolRing ? "ring" : "normal") << std::right
             << std::setw(8) << c.pushed << std::setw(9) << c.refusedNoFreeNode + c.refusedTooLarge << std::setw(13)
             << c.overwritten << std::setw(10) << c.released << std::setw(8) << c.maxInUse << std::setw(10)
             << r.consumed << std::setw(10)
             << (mode == GrabSystem::ePoolRing ? std::string("-") : std::to_string(r.verified)) << std::setw(10)
             << std::fixed << std::setprecision(1) << r.liveFps << std::setw(10) << std::setprecision(0)
-            << mb / r.seconds << std::setw(14) << (r.copySeconds > 0 ? mb / r.copySeconds : 0.0) << "\n";
+            << mib / r.seconds << std::setw(14) << (r.copySeconds > 0 ? mib / r.copySeconds : 0.0) << "\n";
         out.unsetf(std::ios::fixed);
         if (r.mismatched != 0) {
             out << "  " << r.mismatched << " frames did not hold the pixels or attribute the camera pushed\n";
@@ -210,7 +206,7 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageS
     }
     out << "\nThe pool counts every frame: pushed into a free image, dropped (the pool was full, or no image\n"
            "could hold it), or written over the oldest image in use (ring mode); released images, and the\n"
-           "most images in use at once. MB/s: bytes copied into the pool over wall time; copy MB/s: the same\n"
+           "most images in use at once. MiB/s: bytes copied into the pool over wall time; copy MiB/s: the same\n"
            "bytes over the time spent inside PushImg. live fps counts pushes into free images only.\n";
     return ok;
 }

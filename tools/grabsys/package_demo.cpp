@@ -33,8 +33,7 @@ uint64_t CountMatches(const PackageDemoOptions& o, uint32_t jump, uint64_t& wron
     uint64_t same = 0;
     for (uint32_t cam = 0; cam < o.cameras; ++cam)
         for (uint32_t f = 0; f < o.frames; ++f) {
-            const std::string path =
-                "D://ImgTest//CamImgInput//Cam" + std::to_string(cam) + "//img" + std::to_string(jump + f) + ".bmp";
+            const std::string path = format::ExportFramePath(format::ExportFolder(cam, ""), jump + f);
             SameAsBmp(CameraFrame(o, cam, f), path) ? ++same : ++wrong;
         }
     return same;
@@ -46,9 +45,6 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     UseDriveRoot(o.outputDir);
     const std::string dir = o.outputDir + "/packages/";
     DrasselSpace::FileToolP::CreateDirectoryRecursively(dir);
-    // The general package's project file goes into D:\vormex, which the
-    // library expects to exist, as it does on a scanner workstation.
-    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\vormex");
     out << "Debug packages: " << o.cameras << " cameras x " << o.frames << " frames of " << o.width << " x "
         << o.height << "\n";
 
@@ -114,7 +110,7 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     const double generalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count();
     const uint64_t frames = uint64_t{o.cameras} * o.frames;
     std::error_code ec;
-    const std::string tree = NativePath("D://ImgTest//CamImgInput");
+    const std::string tree = NativePath(format::kExportTreeRoot);
     summary.push_back({"image package export", frames, plain, std::filesystem::file_size(NativePath(dir + "image.dbg"), ec), imageSeconds, tree});
     summary.push_back({"general package export", frames, plain, std::filesystem::file_size(NativePath(dir + "general.dbg"), ec), generalSeconds, tree});
     const uint64_t generalSame = CountMatches(o, 3, wrong);
@@ -132,7 +128,7 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
         << (generalExported ? "ok" : "FAILED") << "), project file " << exporter.GetProjectFileSize() << " bytes "
         << (projectOk ? "identical" : "DIFFERS") << "\n";
     out.unsetf(std::ios::fixed);
-    out << "  files: " << dir << " and " << NativePath("D://ImgTest//CamImgInput") << "\n";
+    out << "  files: " << dir << " and " << tree << "\n";
     return imageExported && generalExported && projectOk && wrong == 0;
 }
 
