@@ -12,9 +12,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     std::vector<unsigned char> area(tail.data, tail.data + tail.size);
     DrasselSpace::FileToolP::EncryptData(area.data(), area.size(),
                                          reinterpret_cast<const unsigned char*>(GrabSystem::CDebugImgPackageP::kKey), 16);
-    format::PackageBlock block;
-    for (uint64_t at = 0; (block = format::DecodePackageBlock(format::Bytes(area.data(), area.size()), at)).complete;)
-        at += format::kPackageBlockLengthBytes + uint64_t{block.length};
+    format::GeneralPackageSummary summary;
+    format::SummarizeGeneralPackage(file, summary);
+    const format::PackageBlocksSummary blocks = format::SummarizePackageBlocks(format::Bytes(area.data(), area.size()));
+    if (blocks.blocks * format::kPackageBlockLengthBytes > area.size()) __builtin_trap();  // more blocks than room
     const std::string path = grabsys_fuzz::WriteInput("general.dbg", data, size);
     std::filesystem::create_directories(grabsys_fuzz::Scratch() + "/D/vormex");
     GrabSystem::CDebugPackageP pkg;

@@ -1,6 +1,7 @@
 #include "grabsystem/debug_package/debug_package_exporter.h"
 
 #include "grabsystem/format/binary_io.h"
+#include "grabsystem/format/package.h"
 
 namespace GrabSystem {
 
@@ -21,7 +22,7 @@ bool CDebugPackageExporterP::ExprotPackage(std::vector<std::string> paths) {
         if (reader.Open(paths[0].c_str()) != 0) version = reader.ReadUInt();
         reader.Close();
     }
-    const bool imageForm = version == 1 || version == 2;
+    const bool imageForm = format::IsImagePackageVersion(version);
 
     if (paths.size() > 1) {
         for (size_t i = 0; i < paths.size(); ++i) {

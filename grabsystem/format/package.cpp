@@ -120,20 +120,16 @@ uint64_t ImagePackageDataOffset(uint32_t count) {
     return kImagePackageHeadBytes + uint64_t{count} * kImagePackageRecordBytes;
 }
 
-namespace {
-bool ImageForm(uint32_t version) { return version == 1 || version == kImagePackageVersion; }
-}  // namespace
-
 bool HoldsPackageHead(Bytes head) {
     const ImagePackageHead image = DecodeImagePackageHead(head);
-    return head.size >= (ImageForm(image.version) ? image.bytes : kGeneralPackageHeadBytes);
+    return head.size >= (IsImagePackageVersion(image.version) ? image.bytes : kGeneralPackageHeadBytes);
 }
 
 Status SummarizeImagePackage(Bytes file, ImagePackageSummary& summary) {
     ImagePackageSummary read;
     read.head = DecodeImagePackageHead(file);
     if (file.size < read.head.bytes) return Status::kTruncated;
-    if (!ImageForm(read.head.version)) return Status::kBadVersion;
+    if (!IsImagePackageVersion(read.head.version)) return Status::kBadVersion;
     if (read.head.count == 0) return Status::kBadValue;
     const uint64_t dataAt = read.head.bytes + uint64_t{read.head.count} * kImagePackageRecordBytes;
     if (dataAt > file.size) return Status::kTruncated;

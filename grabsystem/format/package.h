@@ -56,6 +56,9 @@ namespace format {
 
 constexpr uint32_t kImagePackageVersion = 2;
 constexpr size_t kImagePackageHeadBytes = 12;  // version 1: 8, no jump word
+// A file's first word picks its form: 1 and 2 the image package, anything
+// else the general package (as the exporter tells them apart).
+constexpr bool IsImagePackageVersion(uint32_t version) { return version == 1 || version == kImagePackageVersion; }
 constexpr size_t kImagePackageRecordBytes = 20;
 constexpr uint32_t kGeneralPackageVersion = 3;
 constexpr size_t kGeneralPackageHeadBytes = 12;
@@ -115,9 +118,7 @@ GRABSYSTEM_EXPORT void EncodePackageBlockLength(Writer& w, uint32_t length);
 
 // ---- packages described without loading them, for tools
 
-// The head as it is written (version 2, with the jump word), and where the
-// data area of a package of n records starts.
-constexpr size_t kImagePackageHeadBytes = 12;
+// Where the data area of an image package of n records starts, as written.
 GRABSYSTEM_EXPORT uint64_t ImagePackageDataOffset(uint32_t count);
 
 // Enough of a file's first bytes to hold either form's head.
