@@ -106,6 +106,13 @@ public:
     // Saves pixels in `fmt` (1 raw, 3 BMP, 4 JPEG; others write no pixels)
     // and appends the info block. True whenever the path is not null: a
     // failed write shows only as a missing or short file.
+    // The pixels are written as a whole file (a temporary name renamed into
+    // place), the block is then appended to whatever is at the path. So a
+    // pixel step that fails leaves the path as it was (nothing, or an
+    // earlier file) and the block goes behind that: the block alone, or an
+    // earlier file with this image's block after its own, which a load then
+    // takes as the file's. A block that cannot be appended whole is cut
+    // back, leaving the pixels without it.
     bool SaveFile(const char* path, eImgFileFormat fmt);
     // SaveFile to dir + tick + "." + ext ("bmp", "jpg", else "raw"); `dir`
     // is a prefix, so it ends with a separator to put the file inside.

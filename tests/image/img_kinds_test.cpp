@@ -112,6 +112,14 @@ TEST(ImgKinds, FloatAndDoubleRawFilesKeepTheirLayout) {
     EXPECT_EQ(s.GetMemSize(), 32u);
     EXPECT_EQ(s.GetImg()[1], 0.25f);
     EXPECT_EQ(s.GetResolution().dY, 2.5);
+    // Cut inside the header, the missing bytes read as zeros: the channel
+    // count survives in its low bytes, the resolutions are gone.
+    WriteAll(dir.File("D/head.fraw"), std::vector<unsigned char>(bytes.begin(), bytes.begin() + 14));
+    CImgFloatP h;
+    ASSERT_TRUE(h.LoadFromRaw("D:\\head.fraw"));
+    EXPECT_EQ(h.GetMemSize(), 32u);
+    EXPECT_EQ(h.GetResolution().dY, 0.0);
+    EXPECT_EQ(h.GetResolution().dZ, 0.0);
     // 65536 x 32768 values: the signed 32-bit count is negative, so nothing
     // is copied, and 4 bytes each wrap the buffer to 0 bytes.
     auto negative = bytes;
