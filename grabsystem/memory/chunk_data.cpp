@@ -6,6 +6,7 @@
 #include <new>
 
 #include "grabsystem/memory/mem_block_mng.h"
+#include "grabsystem/platform/copy_rows.h"
 #include "grabsystem/platform/device/device_manager.h"
 #include "grabsystem/platform/os/os.h"
 
@@ -126,11 +127,7 @@ bool IChunkDataP::PushData(void* src, size_t rowBytes, size_t rows, size_t rowGa
         std::memcpy(dst, from, total);
         return true;
     }
-    for (size_t row = 0; row < rows; ++row) {
-        std::memcpy(dst, from, rowBytes);
-        dst += rowBytes;
-        from += rowBytes + rowGap;
-    }
+    platform::CopyRows(dst, from, rowBytes, rows, rowBytes + rowGap);
     return true;
 }
 

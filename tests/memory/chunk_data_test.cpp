@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <numeric>
 #include <vector>
 
@@ -61,6 +62,29 @@ TEST(ChunkData, PushDataDropsRowPaddingAndNeverOverflows) {
     const size_t half = size_t{1} << (sizeof(size_t) * 8 - 1);
     EXPECT_TRUE(small.PushData(src.data(), half, 2, 0));
     EXPECT_FALSE(small.PushData(src.data(), half, 2, 1));
+}
+
+TEST(ChunkData, LargePaddedFramesCopyExactlyWhateverTheirAlignment) {
+    // Frames this large bypass the caches on the way in; rows of odd length
+    // into a destination off any 16-byte boundary exercise every edge.
+    const size_t rowBytes = 2449, rows = 1800, gap = 61;
+    std::vector<unsigned char> src((rowBytes + gap) * rows);
+    for (size_t i = 0; i < src.size(); ++i) src[i] = static_cast<unsigned char>(i * 131 + i / 7);
+    std::vector<unsigned char> want;
+    for (size_t r = 0; r < rows; ++r)
+        want.insert(want.end(), src.begin() + r * (rowBytes + gap), src.begin() + r * (rowBytes + gap) + rowBytes);
+    std::vector<unsigned char> buffer(want.size() + 16, 0xEE);
+    for (size_t offset : {0, 3, 8}) {
+        std::fill(buffer.begin(), buffer.end(), 0xEE);
+        IChunkDataP chunk;
+        ASSERT_TRUE(chunk.SetMemSource(eMemSrcAssign, buffer.data() + offset, want.size()));
+        ASSERT_TRUE(chunk.PushData(src.data(), rowBytes, rows, gap));
+        EXPECT_TRUE(std::equal(want.begin(), want.end(), buffer.begin() + offset)) << "offset " << offset;
+        EXPECT_EQ(buffer[offset + want.size()], 0xEE) << "wrote past the frame";
+        if (offset != 0) {
+            EXPECT_EQ(buffer[offset - 1], 0xEE) << "wrote before the frame";
+        }
+    }
 }
 
 TEST(ChunkData, ManagerChunksReturnTheirPiece) {
