@@ -6,16 +6,22 @@
 //  - extraction of that view to BMP against reading the view file, raw LZ4
 //    decompression of its records and fwrite of the same pixel bytes to
 //    files.
+//  - the same compression and one fwrite of the packed records, the work
+//    AddOneViewImages does, against AddOneViewImages;
+//  - compression on 1, 2, 4 ... threads up to the machine's cores, and the
+//    extraction of several views on as many threads (the scaling table).
 // Files go to /dev/shm when it exists, so that both sides write to memory.
 #include <benchmark/benchmark.h>
 #include <lz4.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "grabsystem/grabsystem.h"
@@ -108,6 +114,54 @@ void BM_Lz4CompressFrames(benchmark::State& state) {
     state.counters["compression_ratio"] = static_cast<double>(in) / static_cast<double>(out);
 }
 BENCHMARK(BM_Lz4CompressFrames)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The same, then the packed records written to a file with one fwrite.
+void BM_Lz4CompressFramesAndFwrite(benchmark::State& state) {
+    Frames();
+    const size_t bound = static_cast<size_t>(LZ4_compressBound(static_cast<int>(kFrame)));
+    std::vector<char> dst(bound * (kSin + kWhite));
+    const std::string path = Scratch() + "/in/raw.lz4";
+    for (auto _ : state) {
+        size_t at = 0;
+        for (const auto& img : Frames().owned)
+            at += static_cast<size_t>(LZ4_compress_fast(reinterpret_cast<const char*>(img->GetImg()), dst.data() + at,
+                                                        static_cast<int>(kFrame), static_cast<int>(bound), 3));
+        FILE* f = std::fopen(path.c_str(), "wb");
+        const bool written = f != nullptr && std::fwrite(dst.data(), 1, at, f) == at;
+        if (f != nullptr) std::fclose(f);
+        if (!written) {
+            state.SkipWithError("cannot write");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite)));
+}
+BENCHMARK(BM_Lz4CompressFramesAndFwrite)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// 1, 2, 4 ... threads, up to the machine's cores (and that count itself).
+void UpToCores(benchmark::internal::Benchmark* b) {
+    const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    for (int n = 1; n < cores; n *= 2) b->Arg(n);
+    b->Arg(cores);
+}
+
+// AddOneViewImages without a file (an empty path writes none): the
+// compression on `threads` threads, with everything around it.
+void BM_CompressView(benchmark::State& state) {
+    Frames();
+    CArmImageOutputMng mng;
+    mng.SetCompressThreads(static_cast<int>(state.range(0)));
+    mng.AddOneViewImages(NewView(0, ""));
+    for (auto _ : state) {
+        if (mng.AddOneViewImages(NewView(0, "")) != eAddRltOk) {
+            state.SkipWithError("view not compressed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite)));
+    state.counters["threads"] = static_cast<double>(mng.GetCompressThreads());
+}
+BENCHMARK(BM_CompressView)->Apply(UpToCores)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_AddOneViewImages(benchmark::State& state) {
     Frames();
@@ -211,6 +265,39 @@ void BM_ExtractView(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite)));
 }
 BENCHMARK(BM_ExtractView)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// Several copies of the view, extracted on `threads` threads.
+void BM_ExtractViews(benchmark::State& state) {
+    const int views = std::max(4, static_cast<int>(std::thread::hardware_concurrency()));
+    const std::string in = Scratch() + "/views/";
+    static const bool copied = [&] {
+        ViewFile();
+        fs::create_directories(in);
+        for (int v = 0; v < views; ++v)
+            fs::copy_file(Scratch() + "/in/0.armraw", in + std::to_string(v) + ".armraw",
+                          fs::copy_options::overwrite_existing);
+        return true;
+    }();
+    (void)copied;
+    ArmImageExtractor extractor;
+    extractor.SetExtractThreads(static_cast<int>(state.range(0)));
+    OutputOneViewArmImageParm parm;
+    for (int v = 0; v < views; ++v) parm.views[0].push_back(v);
+    parm.inputDirs[0] = in;
+    parm.outputDir = Scratch() + "/views_out/";
+    parm.mode = 1;
+    std::vector<int> failed[1];
+    for (auto _ : state) {
+        extractor.OutputOneViewArmImages(parm, failed, 1);
+        if (!failed[0].empty()) {
+            state.SkipWithError("a view failed");
+            break;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite) * views));
+    state.counters["threads"] = static_cast<double>(extractor.GetExtractThreads());
+}
+BENCHMARK(BM_ExtractViews)->Apply(UpToCores)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

@@ -2,14 +2,16 @@
 //  - saving a 200 MB image package against EncryptData over the same bytes
 //    plus one fwrite; loading it against fread plus EncryptData;
 //  - exporting it to BMP files against fwrite of the same frame bytes, one
-//    file per frame.
+//    file per frame, and the export on 1, 2, 4 ... threads.
 // Files go to /dev/shm when it exists.
 #include <benchmark/benchmark.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "grabsystem/grabsystem.h"
@@ -129,15 +131,25 @@ void BM_FwriteFrames(benchmark::State& state) {
 }
 BENCHMARK(BM_FwriteFrames)->Unit(benchmark::kMillisecond)->UseRealTime();
 
+// 1, 2, 4 ... threads, up to the machine's cores (and that count itself).
+void UpToCores(benchmark::internal::Benchmark* b) {
+    const int cores = std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+    for (int n = 1; n < cores; n *= 2) b->Arg(n);
+    b->Arg(cores);
+}
+
+// The export on `threads` threads.
 void BM_ExportPackage(benchmark::State& state) {
     Scratch();
     Package().SaveDebugPackage(Scratch() + "/image.dbg");
     CDebugImgPackageP loaded;
     loaded.LoadDebugPackage(Scratch() + "/image.dbg");
+    loaded.SetExportThreads(static_cast<int>(state.range(0)));
     for (auto _ : state) loaded.ExportDebugImg();
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kTotal));
+    state.counters["threads"] = static_cast<double>(loaded.GetExportThreads());
 }
-BENCHMARK(BM_ExportPackage)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_ExportPackage)->Apply(UpToCores)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
 

@@ -5,12 +5,20 @@ Subject and baseline run in the same process with random interleaving, so a
 machine that is busy slows both alike; figures are medians of repetitions.
 The summary lines have the form
     RATIO <name> <value> target <target>
-where value = subject throughput / baseline throughput.
+where value = subject throughput / baseline throughput. Before them, a
+scaling table for each benchmark run on 1, 2, 4 ... threads: throughput,
+speed-up over one thread, and efficiency (speed-up / threads).
 """
 import json
 import os
+import re
 import subprocess
 import sys
+
+# Benchmarks whose argument is a thread count, and what they do.
+SCALING = {"BM_CompressView": "compress a view (AddOneViewImages, no file)",
+           "BM_ExtractViews": "extract views to BMP",
+           "BM_ExportPackage": "export an image package to BMP"}
 
 
 def run(binary, repetitions):
@@ -37,6 +45,21 @@ def main():
         results[bench] = run(os.path.join(bench_dir, bench), repetitions)
         for name, b in results[bench].items():
             print(f"  {name:<40} {b['bytes_per_second'] / 2**20:10.1f} MiB/s  ({b['real_time']:.1f} {b['time_unit']})")
+    print()
+    for prefix, what in SCALING.items():
+        runs = {}
+        for got in results.values():
+            for name, b in got.items():
+                m = re.fullmatch(re.escape(prefix) + r"/(\d+)", name)
+                if m:
+                    runs[int(m.group(1))] = b["bytes_per_second"] / 2**20
+        if 1 not in runs:
+            continue
+        print(f"SCALING {what}")
+        print(f"  {'threads':>7} {'MiB/s':>9} {'speed-up':>9} {'efficiency':>10}")
+        for n in sorted(runs):
+            speedup = runs[n] / runs[1]
+            print(f"  {n:>7} {runs[n]:9.1f} {speedup:9.2f} {speedup / n:10.2f}")
     lines = []
     for r in ratios:
         got = results[r["bench"]]

@@ -1,13 +1,17 @@
 #include "grabsystem/arm/arm_image_extractor.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "grabsystem/format/arm_view.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/env.h"
+#include "grabsystem/platform/os/os.h"
+#include "grabsystem/platform/thread_pool.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
@@ -18,6 +22,39 @@ using DrasselSpace::CWinHelper;
 using DrasselSpace::FileToolP;
 
 namespace {
+
+// Windows of a view file, read on demand into one reused buffer.
+class ViewFileReader {
+public:
+    ~ViewFileReader() {
+        if (m_file != nullptr) std::fclose(m_file);
+    }
+    // False when the file cannot be opened or sized.
+    bool Open(const std::string& path) {
+        m_file = platform::Env::Default()->OpenStream(path, "rb");
+        const int64_t size = m_file == nullptr ? -1 : platform::FileSize(m_file);
+        m_size = size < 0 ? 0 : static_cast<uint64_t>(size);
+        return size >= 0;
+    }
+    // The bytes [offset, offset + length) that lie inside the file (fewer,
+    // or none, past its end); valid until the next Read. False when the
+    // file will not give bytes it holds.
+    bool Read(uint64_t offset, uint64_t length, format::Bytes& bytes) {
+        const uint64_t have = offset < m_size ? std::min(length, m_size - offset) : 0;
+        if (have > SIZE_MAX) return false;
+        if (m_buffer.size() < have) m_buffer.resize(static_cast<size_t>(have));
+        if (have != 0 && (!platform::FileSeek(m_file, static_cast<int64_t>(offset), SEEK_SET) ||
+                          std::fread(m_buffer.data(), 1, static_cast<size_t>(have), m_file) != have))
+            return false;
+        bytes = format::Bytes(m_buffer.data(), static_cast<size_t>(have));
+        return true;
+    }
+
+private:
+    FILE* m_file = nullptr;
+    uint64_t m_size = 0;
+    std::vector<unsigned char> m_buffer;
+};
 
 constexpr uint32_t kHeaderBytes = COneViewArmImageData::kHeaderBytes;
 constexpr uint32_t kRecordBytes = COneViewArmImageData::kRecordHeaderBytes;
@@ -71,14 +108,28 @@ bool ArmImageExtractor::OutputOneViewArmImages(OutputOneViewArmImageParm parm, s
         if (!FileToolP::IsDirectoryExists(input)) continue;
         const std::string output = WithTrailingBackslash(parm.outputDir);
         if (!FileToolP::IsDirectoryExists(output) && !FileToolP::CreateDirectoryRecursively(output)) continue;
-        for (int view : parm.views[i]) {
-            const bool extracted = _Extract({view, input, output, parm.mode});
-            if (!extracted) failedViews[i].push_back(view);
-            (extracted ? m_extracted[i] : m_failed[i]).Add();
-        }
+        const std::vector<int>& views = parm.views[i];
+        std::vector<char> extracted(views.size(), 0);
+        auto extract = [&](size_t k) {
+            extracted[k] = _Extract({views[k], input, output, parm.mode});
+            (extracted[k] ? m_extracted[i] : m_failed[i]).Add();
+        };
+        if (m_extractPool)
+            m_extractPool->Run(views.size(), [&](size_t k, int) { extract(k); });
+        else
+            for (size_t k = 0; k < views.size(); ++k) extract(k);
+        for (size_t k = 0; k < views.size(); ++k)
+            if (!extracted[k]) failedViews[i].push_back(views[k]);
     }
     return true;
 }
+
+void ArmImageExtractor::SetExtractThreads(int n) {
+    m_extractPool.reset();
+    if (n > 1) m_extractPool = std::make_shared<platform::ThreadPool>(n);
+}
+
+int ArmImageExtractor::GetExtractThreads() const { return m_extractPool ? m_extractPool->Threads() : 1; }
 
 ExtractCounters ArmImageExtractor::GetCounters() const {
     ExtractCounters c;
@@ -92,14 +143,16 @@ ExtractCounters ArmImageExtractor::GetCounters() const {
 bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
     const std::string path = param.inputDir + std::to_string(param.viewIdx) + ".armraw";
     if (!FileToolP::FileExists(path)) return false;
-    unsigned char* raw = nullptr;
-    unsigned long long size = 0;
-    if (!FileToolP::LoadDataFromFile(path, raw, size)) return false;
-    const std::unique_ptr<unsigned char[]> file(raw);
+    // The file is read a record at a time into one buffer rather than whole:
+    // a view file is hundreds of MiB, and fresh memory for it would cost a
+    // page fault per page on every view.
+    ViewFileReader file;
+    if (!file.Open(path)) return false;
 
     // A file shorter than the header reads the missing bytes as zeros.
-    const format::Bytes bytes(file.get(), static_cast<size_t>(size));
-    const OneViewArmImageDataHeader header = format::DecodeArmHeader(bytes);
+    format::Bytes head;
+    if (!file.Read(0, kHeaderBytes, head)) return false;
+    const OneViewArmImageDataHeader header = format::DecodeArmHeader(head);
     const uint32_t frameCount = header.sinFrameCount + header.whiteFrameCount;  // 32-bit, wraps
 
     std::vector<std::unique_ptr<IImgP>> owned;
@@ -115,7 +168,13 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
         // the decoder takes, decodes to nothing, as a damaged block does.
         int decoded = 0;
         format::ArmRecordView record;
-        if (format::DecodeArmRecord(bytes, at, record)) {
+        format::Bytes window;
+        if (!file.Read(at, kRecordBytes, window)) return false;
+        // The record's header, then the record with as much of its data as
+        // the file holds, as a window that starts at the record.
+        if (format::DecodeArmRecord(window, 0, record)) {
+            if (!file.Read(at, kRecordBytes + uint64_t{record.length}, window)) return false;
+            format::DecodeArmRecord(window, 0, record);
             const int capacity = static_cast<int>(std::min<uint64_t>(img->GetMemSize(), INT32_MAX));
             // Only the bytes that are in the file go to the decoder.
             if (record.length <= INT32_MAX && capacity > 0)

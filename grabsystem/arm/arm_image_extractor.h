@@ -27,6 +27,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -39,6 +40,9 @@
 namespace GrabSystem {
 
 class ArmImageExtractor;
+namespace platform {
+class ThreadPool;
+}
 
 struct ExtractArmImageParam {
     int viewIdx;
@@ -85,6 +89,16 @@ public:
     // One view, synchronously (the body of the per-view thread).
     bool ExtractView(const ExtractArmImageParam& param) { return _Extract(param); }
 
+    // Threads that extract the views of each source in
+    // OutputOneViewArmImages: the calling thread and n - 1 others, started
+    // here and kept until the next call or the destructor (copies of the
+    // extractor share them, taking turns). 1, the default, extracts on the
+    // calling thread alone. The trees written and the failed lists (in the
+    // order of the views given) are the same for every n; each thread holds
+    // one view's frames at a time. Not while OutputOneViewArmImages runs.
+    void SetExtractThreads(int n);
+    int GetExtractThreads() const;
+
     // The views extracted and failed per source by the last (or running)
     // OutputOneViewArmImages call; read from any thread without a lock.
     ExtractCounters GetCounters() const;
@@ -103,6 +117,7 @@ private:
     void _AsyncExtract(void*& threadHandle, ExtractArmImageThreadParam& threadParam);
 
     std::map<int, int> m_frameNumbers;
+    std::shared_ptr<platform::ThreadPool> m_extractPool;  // null: one thread
     Count m_extracted[3], m_failed[3];
 };
 

@@ -4,6 +4,7 @@
 
 #include "grabsystem/platform/env.h"
 #include "grabsystem/platform/logger/logger.h"
+#include "grabsystem/platform/thread_pool.h"
 
 namespace GrabSystem {
 
@@ -13,6 +14,8 @@ namespace {
 constexpr uint32_t kMemoryPollMs = 100;
 constexpr uint32_t kIdlePollMs = 1;
 }  // namespace
+
+CArmImageOutputMng::CArmImageOutputMng() = default;
 
 CArmImageOutputMng::~CArmImageOutputMng() {
     _DeleteAllViewArmImageDatas();
@@ -65,7 +68,9 @@ eAddOneViewImageRlt CArmImageOutputMng::AddOneViewImages(COneViewArmImageData* d
         return eAddRltNoMemory;
     }
     _Log("ArmCost--CompressMemoryData - 1", view);
-    if (!data->CompressMemoryData()) {
+    const bool compressed =
+        m_compressPool ? data->_CompressMemoryData(*m_compressPool, m_compressScratch) : data->CompressMemoryData();
+    if (!compressed) {
         m_refusedCompressFailed.Add();
         return eAddRltCompressFailed;
     }
@@ -76,6 +81,14 @@ eAddOneViewImageRlt CArmImageOutputMng::AddOneViewImages(COneViewArmImageData* d
     _Log("ArmCost--CArmImageOutputMng::AddOneViewImages - 2", view);
     return eAddRltOk;
 }
+
+void CArmImageOutputMng::SetCompressThreads(int n) {
+    m_compressPool.reset();
+    m_compressScratch.clear();
+    if (n > 1) m_compressPool = std::make_unique<platform::ThreadPool>(n);
+}
+
+int CArmImageOutputMng::GetCompressThreads() const { return m_compressPool ? m_compressPool->Threads() : 1; }
 
 void CArmImageOutputMng::_AddDataToOutputFileQueue(COneViewArmImageData* data) {
     CriticalSectionLock lock(m_lock);

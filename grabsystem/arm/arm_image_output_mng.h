@@ -40,7 +40,8 @@ enum eAddOneViewImageRlt : int32_t {
 
 class GRABSYSTEM_EXPORT CArmImageOutputMng {
 public:
-    CArmImageOutputMng() = default;
+    CArmImageOutputMng();
+    // Stops the compression threads; not the worker (see StopProcess).
     virtual ~CArmImageOutputMng();
     CArmImageOutputMng(const CArmImageOutputMng&) = delete;
     CArmImageOutputMng& operator=(const CArmImageOutputMng&) = delete;
@@ -51,6 +52,17 @@ public:
     // negative value removes the cap.
     void SetMaxMemoryPoolDataCount(int count) { m_maxCount = count; }
     int GetMaxMemoryPoolDataCount() const { return m_maxCount; }
+
+    // Threads that compress the frames of each view in AddOneViewImages: the
+    // calling thread and n - 1 others, started here and kept for every view
+    // until the next call or the destructor. 1 (the default, and what any
+    // smaller value means) does all the work on the calling thread. Files,
+    // results, "ArmCost--" lines and their order are the same for every n:
+    // only the compression is shared out, and the lines, the file write and
+    // the view's destruction stay on the calling thread. Not while
+    // AddOneViewImages runs.
+    void SetCompressThreads(int n);
+    int GetCompressThreads() const;
 
     // Starts the worker that saves queued views. Call once.
     void StartProcess();
@@ -105,6 +117,8 @@ private:
     static void _Log(const char* stage, int viewIdx);
 
     int m_maxCount = 3;
+    std::unique_ptr<platform::ThreadPool> m_compressPool;  // null: one thread
+    std::vector<std::vector<unsigned char>> m_compressScratch;  // one buffer per compressing thread
     std::list<std::unique_ptr<COneViewArmImageData>> m_queue GRABSYS_GUARDED_BY(m_lock);
     std::vector<std::unique_ptr<CArmImageOutputMemory>> m_pool;
     platform::CriticalSection m_lock;

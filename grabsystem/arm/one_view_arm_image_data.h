@@ -14,6 +14,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -24,6 +25,9 @@
 namespace GrabSystem {
 
 class CArmImageOutputMemory;
+namespace platform {
+class ThreadPool;
+}
 
 class GRABSYSTEM_EXPORT COneViewArmImageData {
 public:
@@ -86,6 +90,28 @@ public:
     bool SaveToFile();
 
 private:
+    friend class CArmImageOutputMng;
+
+    // What one frame gives LZ4: its length as LZ4 takes it, the bound, and
+    // where its bytes are (a zero-padded copy when the geometry exceeds the
+    // image's memory).
+    struct FrameSource {
+        int size = 0;
+        int bound = 0;
+        bool makesOutput = false;
+        unsigned char* bytes = nullptr;
+        std::unique_ptr<unsigned char[]> padded;
+    };
+    static FrameSource _Source(IImgP* img);
+    // The header into the block; the frames in file order (Sin, then white).
+    void _WriteHeader();
+    std::vector<IImgP*> _Frames() const;
+    // CompressMemoryData with the frames compressed on the pool's threads,
+    // one scratch buffer per thread, and laid into the block in file order:
+    // the block, the result and the compressed size come out exactly as
+    // CompressMemoryData leaves them.
+    bool _CompressMemoryData(platform::ThreadPool& pool, std::vector<std::vector<unsigned char>>& scratch);
+
     // Writes one record at dst (LZ4 data at dst + 64, `dstCapacity` bytes
     // of room for it, level argument 3); recordSize becomes n + 64. Returns
     // the place of the next record.

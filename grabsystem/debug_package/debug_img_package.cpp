@@ -8,6 +8,7 @@
 #include "grabsystem/format/binary_io.h"
 #include "grabsystem/format/package.h"
 #include "grabsystem/platform/logger/logger.h"
+#include "grabsystem/platform/thread_pool.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 
 namespace GrabSystem {

@@ -30,6 +30,11 @@
 
 namespace GrabSystem {
 
+class CImg8P;
+namespace platform {
+class ThreadPool;
+}
+
 // Frees what std::calloc gave.
 struct FreeDeleter {
     void operator()(unsigned char* p) const { std::free(p); }
@@ -90,6 +95,13 @@ public:
     void ExportDebugImg();
     void ExportDebugImg(unsigned int packageIdx);
 
+    // Threads that write the frames of an export: the calling thread and
+    // n - 1 others, started here and kept until the next call or the
+    // destructor. 1, the default, exports on the calling thread alone; the
+    // files are the same for every n.
+    void SetExportThreads(int n);
+    int GetExportThreads() const;
+
     const std::string Key;
     uint32_t Version = 2;
     std::vector<CDebugImgPackageInfoP> PackageInfos;
@@ -100,6 +112,10 @@ public:
 private:
     void _DeleteBuffer();
     void _Export(const std::string& cameraSuffix);
+    // Frame `frame` of run `run` into its BMP, through `img`.
+    void _ExportFrame(CImg8P& img, size_t run, uint32_t frame, const std::string& cameraSuffix);
+
+    std::unique_ptr<platform::ThreadPool> m_exportPool;  // null: one thread
 };
 
 }  // namespace GrabSystem

@@ -10,6 +10,10 @@ CDebugPackageExporterP::CDebugPackageExporterP()
 
 CDebugPackageExporterP::~CDebugPackageExporterP() = default;
 
+void CDebugPackageExporterP::SetExportThreads(int n) {
+    if (DebugImgPackage) DebugImgPackage->SetExportThreads(n);
+}
+
 unsigned long long CDebugPackageExporterP::GetProjectFileSize() const {
     return DebugPackage ? DebugPackage->GetProjectFileSize() : 0;
 }

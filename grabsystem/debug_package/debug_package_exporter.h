@@ -35,6 +35,13 @@ public:
     // load (nothing, for a fresh object) and the load's result returned.
     bool ExprotPackage(std::vector<std::string> paths);
 
+    // Threads that write an image package's frames (see
+    // CDebugImgPackageP::SetExportThreads); 1, the default, exports on the
+    // calling thread. A general package exports on the calling thread: each
+    // frame there may keep bytes of the frame before it, and the first frame
+    // that fails ends the export.
+    void SetExportThreads(int n);
+
     // Size of the project file of the last general package loaded.
     unsigned long long GetProjectFileSize() const;
 

@@ -3,7 +3,7 @@
 set(prefix ${WORK}/prefix)
 file(REMOVE_RECURSE ${WORK})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
-foreach(internal platform/os/os.h platform/os/env_system.h platform/copy_rows.h platform/device/cuda_driver.h pool/fps_meter.h)
+foreach(internal platform/os/os.h platform/os/env_system.h platform/copy_rows.h platform/thread_pool.h platform/device/cuda_driver.h pool/fps_meter.h)
   if(EXISTS ${prefix}/include/grabsystem/${internal})
     message(FATAL_ERROR "internal header installed: ${internal}")
   endif()

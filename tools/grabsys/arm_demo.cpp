@@ -83,13 +83,14 @@ bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out, std::vector<StageSum
 
     out << "Arm images: " << o.views << " views, " << o.cameras << " cameras, " << perCamera
         << " Sin frames per camera (" << o.sinDimA << " x " << o.sinDimB << " x " << o.sinDimC << ") and one white frame, "
-        << o.width << " x " << o.height << "\n";
+        << o.width << " x " << o.height << ", " << o.threads << " thread" << (o.threads == 1 ? "" : "s") << "\n";
 
     // Capture and hand every view to the output manager.
     std::vector<Capture> captures;
     uint64_t rawBytes = 0, fileBytes = 0;
     double compressSeconds = 0;
     CArmImageOutputMng mng;
+    mng.SetCompressThreads(o.threads);
     for (uint32_t view = 0; view < o.views; ++view) {
         captures.push_back(CaptureView(o, view));
         Capture& c = captures.back();
@@ -119,6 +120,7 @@ bool RunArmDemo(const ArmDemoOptions& o, std::ostream& out, std::vector<StageSum
 
     // Extract them back through the library's own listing.
     ArmImageExtractor extractor;
+    extractor.SetExtractThreads(o.threads);
     OutputOneViewArmImageParm parm;
     extractor.ParseArmRawFile(armDir, parm.views[0]);
     parm.inputDirs[0] = armDir;

@@ -20,6 +20,7 @@ struct ArmDemoOptions {
     int sinDimA = 1;
     int sinDimB = 2;
     int sinDimC = 12;
+    int threads = 1;  // compressing and extracting threads (the library's own)
     std::string outputDir;  // ".armraw" files go to <out>\armraw, BMPs to <out>\armbmp
 };
 

@@ -1,5 +1,6 @@
 // grabsys arm list / arm extract.
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -82,59 +83,52 @@ int RunArmExtract(const ArmOptions& o, const Output& output) {
         return Fail(o.outDir + ": the output folder is not writable");
     platform::Env::Default()->RemoveFile(probe);
 
-    // Every (source, view) to do, in order.
-    struct Item {
-        size_t source;
-        int view;
-    };
-    std::vector<Item> items;
-    ArmImageExtractor lister;
+    OutputOneViewArmImageParm parm;
+    parm.outputDir = AsSource(o.outDir);
+    parm.mode = o.mode;
+    uint64_t total = 0;
+    ArmImageExtractor extractor;
     for (size_t s = 0; s < o.dirs.size(); ++s) {
-        std::vector<int> views;
-        if (!lister.ParseArmRawFile(o.dirs[s], views) && views.empty()) Fail(o.dirs[s] + ": no .armraw files");
-        for (int v : views) items.push_back({s, v});
+        std::vector<int>& views = parm.views[s];
+        if (!extractor.ParseArmRawFile(o.dirs[s], views) && views.empty()) Fail(o.dirs[s] + ": no .armraw files");
+        std::sort(views.begin(), views.end());
+        parm.inputDirs[s] = AsSource(o.dirs[s]);
+        total += views.size();
     }
-    if (items.empty()) return Fail("nothing to extract");
+    if (total == 0) return Fail("nothing to extract");
 
-    const unsigned jobs = std::min<unsigned>(o.jobs, static_cast<unsigned>(items.size()));
-    std::vector<std::vector<char>> failed(jobs, std::vector<char>(items.size(), 0));
+    // The extractor shares the views of each source out to its threads; the
+    // bar follows its counters, which may be read while it works.
+    extractor.SetExtractThreads(static_cast<int>(o.jobs));
+    std::vector<int> failedPerSource[3];
     const auto start = std::chrono::steady_clock::now();
     {
-        Progress progress("extracting views", items.size(), output);
-        // Each worker has its own extractor and every jobs-th view.
-        auto work = [&](unsigned worker) {
-            ArmImageExtractor extractor;
-            for (size_t i = worker; i < items.size(); i += jobs) {
-                OutputOneViewArmImageParm parm;
-                parm.views[0] = {items[i].view};
-                parm.inputDirs[0] = AsSource(o.dirs[items[i].source]);
-                parm.outputDir = AsSource(o.outDir);
-                parm.mode = o.mode;
-                std::vector<int> failedViews[1];
-                extractor.OutputOneViewArmImages(parm, failedViews, 1);
-                if (!failedViews[0].empty()) failed[worker][i] = 1;
-                progress.Add();
+        Progress progress("extracting views", total, output);
+        std::atomic<bool> done{false};
+        std::thread ticker([&] {
+            uint64_t shown = 0;
+            while (!done) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(100));
+                const ExtractCounters c = extractor.GetCounters();
+                uint64_t now = 0;
+                for (int s = 0; s < 3; ++s) now += c.extracted[s] + c.failed[s];
+                if (now > shown) progress.Add(now - shown);
+                shown = std::max(shown, now);
             }
-        };
-        std::vector<std::thread> workers;
-        for (unsigned w = 1; w < jobs; ++w) workers.emplace_back(work, w);
-        work(0);
-        for (auto& t : workers) t.join();
+        });
+        extractor.OutputOneViewArmImages(parm, failedPerSource, static_cast<unsigned char>(o.dirs.size()));
+        done = true;
+        ticker.join();
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
-    std::vector<std::vector<int>> failedPerSource(o.dirs.size());
     size_t failedCount = 0;
-    for (size_t i = 0; i < items.size(); ++i)
-        for (unsigned w = 0; w < jobs; ++w)
-            if (failed[w][i]) {
-                failedPerSource[items[i].source].push_back(items[i].view);
-                ++failedCount;
-            }
+    for (const std::vector<int>& failed : failedPerSource) failedCount += failed.size();
     if (!output.quiet) {
-        std::cout << "extracted " << items.size() - failedCount << " of " << items.size() << " views from "
-                  << o.dirs.size() << " source" << (o.dirs.size() == 1 ? "" : "s") << " into " << o.outDir << " in "
-                  << seconds << " s (" << jobs << " job" << (jobs == 1 ? "" : "s") << ")\n";
+        const int threads = extractor.GetExtractThreads();
+        std::cout << "extracted " << total - failedCount << " of " << total << " views from " << o.dirs.size()
+                  << " source" << (o.dirs.size() == 1 ? "" : "s") << " into " << o.outDir << " in " << seconds
+                  << " s (" << threads << " thread" << (threads == 1 ? "" : "s") << ")\n";
     }
     int status = 0;
     for (size_t s = 0; s < o.dirs.size(); ++s) {
@@ -165,7 +159,7 @@ void RegisterArm(CLI::App& app, const Output& output, Runner& run) {
     extract->add_option("DIR", o->dirs, "Folders of .armraw files")->required()->expected(1, 3)->check(CLI::ExistingDirectory);
     extract->add_option("-o,--out", o->outDir, "Root of the BMP tree")->required();
     extract->add_option("--mode", o->mode, "1: Sin and white frames, 2: white only, 3: Sin only")->check(CLI::IsMember({1, 2, 3}))->capture_default_str();
-    extract->add_option("-j,--jobs", o->jobs, "Views extracted at once, each worker with its own extractor")->check(CLI::Range(1u, 64u))->capture_default_str();
+    extract->add_option("-j,--jobs", o->jobs, "Threads extracting views at once (the extractor's own)")->check(CLI::Range(1u, 64u))->capture_default_str();
     extract->footer("Example:\n  grabsys arm extract /data/scan01/armraw /data/scan02/armraw -o /data/bmp --jobs 2");
     RunWhenParsed(extract, run, [o, &output] { return RunArmExtract(*o, output); });
 }

@@ -50,6 +50,7 @@ int RunDemo(DemoOptions o, const Output& output) {
     o.outDir = fs::absolute(o.outDir).string();
     o.grab.outputDir = o.arm.outputDir = o.packages.outputDir = o.outDir;
     o.packages.cameras = o.arm.cameras;
+    o.packages.threads = o.arm.threads;
 
     std::ostringstream quiet;
     std::ostream& out = output.quiet ? static_cast<std::ostream&>(quiet) : std::cout;
@@ -76,6 +77,7 @@ void RegisterDemo(CLI::App& app, const Output& output, Runner& run) {
     demo->add_option("--views", o->arm.views, "Arm views captured")->check(CLI::Range(1u, 1000u))->capture_default_str();
     demo->add_option("--width", o->grab.width, "Grab frame width in pixels")->check(CLI::Range(1u, 65535u))->capture_default_str();
     demo->add_option("--height", o->grab.height, "Grab frame height in pixels")->check(CLI::Range(1u, 65535u))->capture_default_str();
+    demo->add_option("--threads", o->arm.threads, "Threads compressing each arm view, extracting the views and exporting the image package")->check(CLI::Range(1, 64))->capture_default_str();
     demo->add_option("--arm-width", o->arm.width, "Width of the arm frames")->check(CLI::Range(16u, 65535u))->capture_default_str();
     demo->add_option("--arm-height", o->arm.height, "Height of the arm frames")->check(CLI::Range(16u, 65535u))->capture_default_str();
     demo->add_option("--row-gap", o->grab.rowGap, "Padding bytes after each camera row")->check(CLI::Range(0u, 4096u))->capture_default_str();

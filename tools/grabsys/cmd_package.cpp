@@ -31,6 +31,7 @@ struct CreateOptions {
 struct ExportOptions {
     std::vector<std::string> files;
     std::string root = ".";
+    int jobs = 1;
 };
 
 // img2.bmp before img10.bmp: runs of digits compare as numbers.
@@ -237,6 +238,7 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
     UseDriveRoot(fs::absolute(o.root).string());
 
     CDebugPackageExporterP exporter;
+    exporter.SetExportThreads(o.jobs);
     const bool ok = exporter.ExprotPackage(o.files);
     const fs::path tree = NativePath(format::kExportTreeRoot);
     std::map<std::string, size_t> folders;
@@ -285,7 +287,8 @@ void RegisterPackage(CLI::App& app, const Output& output, Runner& run) {
 #else
     exportCmd->add_option("--root", ex->root, "Folder that stands for the drive root (D: is <root>/D)")->capture_default_str();
 #endif
-    exportCmd->footer("Example:\n  grabsys package export capture.dbg --root /tmp/replay");
+    exportCmd->add_option("-j,--jobs", ex->jobs, "Threads writing an image package's frames (a general package uses one)")->check(CLI::Range(1, 64))->capture_default_str();
+    exportCmd->footer("Example:\n  grabsys package export capture.dbg --root /tmp/replay --jobs 2");
     RunWhenParsed(exportCmd, run, [ex, &output] { return RunPackageExport(*ex, output); });
 
     auto cr = std::make_shared<CreateOptions>();

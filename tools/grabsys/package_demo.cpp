@@ -101,6 +101,7 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     // Export each through the exporter and compare the tree.
     uint64_t wrong = 0;
     CDebugPackageExporterP exporter;
+    exporter.SetExportThreads(o.threads);
     const auto t0 = std::chrono::steady_clock::now();
     const bool imageExported = exporter.ExprotPackage({dir + "image.dbg"});
     const double imageSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();

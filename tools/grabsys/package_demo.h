@@ -18,6 +18,7 @@ struct PackageDemoOptions {
     uint32_t frames = 8;  // per camera
     uint32_t width = 640;
     uint32_t height = 480;
+    int threads = 1;  // threads writing the image package's frames
     std::string outputDir;  // packages in <out>/packages; D: maps to <out>/D
 };
 

@@ -1,10 +1,11 @@
 // The locks of the library, which clang's thread-safety analysis
 // understands: Mutex (a thin layer over std::mutex; lock failures raise
 // std::system_error, the one exception the library lets reach its callers)
-// and CriticalSection (recursive, with the semantics of a Win32 critical
-// section), each with a scoped lock.
+// with its condition variable, and CriticalSection (recursive, with the
+// semantics of a Win32 critical section), each with a scoped lock.
 #pragma once
 
+#include <condition_variable>
 #include <mutex>
 
 #include "grabsystem/grabsystem_export.h"
@@ -22,7 +23,31 @@ public:
     void Unlock() GRABSYS_RELEASE() { m_mutex.unlock(); }
 
 private:
+    friend class CondVar;
     std::mutex m_mutex;
+};
+
+// Waits on a Mutex for a condition another thread signals (LevelDB's
+// port::CondVar). Wait() is called with the mutex held; it lets it go while
+// blocked and holds it again when it returns, which may be without a signal:
+// callers loop on their condition.
+class CondVar {
+public:
+    explicit CondVar(Mutex* mutex) : m_mutex(mutex) {}
+    CondVar(const CondVar&) = delete;
+    CondVar& operator=(const CondVar&) = delete;
+
+    void Wait() {
+        std::unique_lock<std::mutex> lock(m_mutex->m_mutex, std::adopt_lock);
+        m_cv.wait(lock);
+        lock.release();
+    }
+    void Signal() { m_cv.notify_one(); }
+    void SignalAll() { m_cv.notify_all(); }
+
+private:
+    Mutex* const m_mutex;
+    std::condition_variable m_cv;
 };
 
 // Holds a Mutex for the lifetime of the scope; Unlock() ends it early so that
