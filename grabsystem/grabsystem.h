@@ -6,6 +6,7 @@
 #include "grabsystem/arm/arm_image_output_memory.h"
 #include "grabsystem/arm/arm_image_output_mng.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
+#include "grabsystem/capture/capture_reader.h"
 #include "grabsystem/debug_package/debug_img_package.h"
 #include "grabsystem/debug_package/debug_package.h"
 #include "grabsystem/debug_package/debug_package_exporter.h"
