@@ -38,9 +38,10 @@ bool IChunkDataP::SetMemSource(eMemBlockSource src, void* p, size_t size) {
     // The release's result does not stop the move. A piece the manager
     // refuses (a discharged manager, or no piece at all) is left to it.
     if (sourceChanges || managerChanges) ReleaseMemory();
-    if (src == eMemSrcNew) {
-        // The heap source frees its address: whatever is left there (a
-        // caller's buffer, a refused piece) must not reach the heap.
+    if (src == eMemSrcNew && sourceChanges) {
+        // The heap source frees its address: whatever another source left
+        // there (a caller's buffer, a refused piece) must not reach the
+        // heap. A chunk already on the heap keeps its own memory.
         m_block->address = nullptr;
         m_block->size = 0;
     }

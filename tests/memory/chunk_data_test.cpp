@@ -116,6 +116,13 @@ TEST(ChunkData, ManagerChunksReturnTheirPiece) {
     ASSERT_TRUE(chunk.SetMemSource(eMemSrcNew, nullptr, 0));
     EXPECT_EQ(chunk.GetData(), nullptr);
     EXPECT_EQ(chunk.GetMemSource(), eMemSrcNew);
+    // Staying on the heap keeps the heap's own memory (forgetting it would
+    // leak it; the sanitizer build catches that).
+    ASSERT_TRUE(chunk.AllocMemory(24, false));
+    void* heap = chunk.GetData();
+    ASSERT_TRUE(chunk.SetMemSource(eMemSrcNew, nullptr, 0));
+    EXPECT_EQ(chunk.GetData(), heap);
+    EXPECT_EQ(chunk.GetMemSize(), 24u);
 }
 
 TEST(ChunkData, DeviceBufferBecomesTheDataAddress) {
