@@ -140,5 +140,53 @@ bool DriveMappingEnv::RenameFile(const std::string& from, const std::string& to)
 // innermost one opens.
 std::string DriveMappingEnv::NativePath(const std::string& path) { return Target()->NativePath(Map(path)); }
 
+// ---------------------------------------------------------------- WriteWatch
+
+class WriteWatch::Watched : public WritableFile {
+public:
+    Watched(std::unique_ptr<WritableFile> file, std::atomic<int>& failed) : m_file(std::move(file)), m_failed(failed) {}
+    ~Watched() override {
+        if (!m_closed) ++m_failed;
+    }
+    bool Append(const void* data, size_t size) override { return m_file->Append(data, size); }
+    bool Sync() override { return m_file->Sync(); }
+    bool Close() override {
+        m_closed = true;
+        const bool ok = m_file->Close();
+        if (!ok) ++m_failed;
+        return ok;
+    }
+    void Abandon() override {
+        m_closed = true;
+        ++m_failed;
+        m_file->Abandon();
+    }
+
+private:
+    std::unique_ptr<WritableFile> m_file;
+    std::atomic<int>& m_failed;
+    bool m_closed = false;
+};
+
+WriteWatch::WriteWatch() : EnvWrapper(Env::Default()), m_previous(Env::Install(this)) {}
+
+WriteWatch::~WriteWatch() { Env::Install(m_previous); }
+
+bool WriteWatch::Finished() const { return m_files.load() != 0 && m_failed.load() == 0; }
+
+std::unique_ptr<WritableFile> WriteWatch::NewWritableFile(const std::string& path) {
+    std::unique_ptr<WritableFile> file = EnvWrapper::NewWritableFile(path);
+    if (!file) return file;
+    ++m_files;
+    return std::make_unique<Watched>(std::move(file), m_failed);
+}
+
+std::unique_ptr<WritableFile> WriteWatch::NewAppendableFile(const std::string& path) {
+    std::unique_ptr<WritableFile> file = EnvWrapper::NewAppendableFile(path);
+    if (!file) return file;
+    ++m_files;
+    return std::make_unique<Watched>(std::move(file), m_failed);
+}
+
 }  // namespace platform
 }  // namespace GrabSystem

@@ -21,6 +21,7 @@
 // the default must be too.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -204,6 +205,33 @@ public:
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
 private:
+    Env* m_previous;
+};
+
+// Installed as the default for its lifetime, it watches every whole file
+// written through the Env: the saves of this library answer true once a file
+// could be created, whatever its writes then did, and this tells whether the
+// files really went into place. Callers that must report a failed write
+// (the tool, the Python module) wrap a save in one. Counts from any thread.
+class GRABSYSTEM_EXPORT WriteWatch : public EnvWrapper {
+public:
+    WriteWatch();
+    ~WriteWatch() override;
+    WriteWatch(const WriteWatch&) = delete;
+    WriteWatch& operator=(const WriteWatch&) = delete;
+
+    // At least one file was written, and every one was finished and renamed
+    // into place.
+    bool Finished() const;
+    int FilesStarted() const { return m_files.load(); }
+
+    std::unique_ptr<WritableFile> NewWritableFile(const std::string& path) override;
+    std::unique_ptr<WritableFile> NewAppendableFile(const std::string& path) override;
+
+private:
+    class Watched;
+    std::atomic<int> m_files{0};
+    std::atomic<int> m_failed{0};
     Env* m_previous;
 };
 

@@ -61,54 +61,6 @@ struct Frame {
     std::unique_ptr<unsigned char[]> pixels;
 };
 
-// A package save answers true once its file could be created, whatever its
-// writes did. Watching the files the save finishes through the Env tells
-// whether the package really went into place.
-class SaveWatch : public platform::EnvWrapper {
-public:
-    SaveWatch() : EnvWrapper(platform::Env::Default()), m_scope(this) {}
-    // Every file the save wrote was finished and renamed into place.
-    bool Finished() const { return m_files != 0 && m_failed == 0; }
-
-    std::unique_ptr<platform::WritableFile> NewWritableFile(const std::string& path) override {
-        std::unique_ptr<platform::WritableFile> file = EnvWrapper::NewWritableFile(path);
-        if (!file) return file;
-        ++m_files;
-        return std::make_unique<Watched>(std::move(file), m_failed);
-    }
-
-private:
-    class Watched : public platform::WritableFile {
-    public:
-        Watched(std::unique_ptr<platform::WritableFile> file, int& failed) : m_file(std::move(file)), m_failed(failed) {}
-        ~Watched() override {
-            if (!m_closed) ++m_failed;
-        }
-        bool Append(const void* data, size_t size) override { return m_file->Append(data, size); }
-        bool Sync() override { return m_file->Sync(); }
-        bool Close() override {
-            m_closed = true;
-            const bool ok = m_file->Close();
-            if (!ok) ++m_failed;
-            return ok;
-        }
-        void Abandon() override {
-            m_closed = true;
-            ++m_failed;
-            m_file->Abandon();
-        }
-
-    private:
-        std::unique_ptr<platform::WritableFile> m_file;
-        int& m_failed;
-        bool m_closed = false;
-    };
-
-    platform::ScopedEnv m_scope;
-    int m_files = 0;
-    int m_failed = 0;
-};
-
 // The frames of the folder's BMP files in natural name order; an empty list
 // after Fail has reported why.
 std::vector<Frame> ReadFrames(const std::string& from, unsigned& width, unsigned& height, const Output& output) {
@@ -163,7 +115,7 @@ int RunPackageCreate(const CreateOptions& o, const Output& output) {
     // The save replaces the file only once it is whole; what it returns
     // says only whether the file could be created.
     const bool existed = platform::Env::Default()->FileExists(o.output);
-    SaveWatch watch;
+    platform::WriteWatch watch;
     bool created = false;
     uint64_t dataBytes = 0;
     if (!o.general) {
