@@ -8,6 +8,8 @@
 //    files.
 //  - the same compression and one fwrite of the packed records, the work
 //    AddOneViewImages does, against AddOneViewImages;
+//  - reading a view file into frames with the codec and raw liblz4, the
+//    baseline of the Python module's reader;
 //  - compression on 1, 2, 4 ... threads up to the machine's cores, and the
 //    extraction of several views on as many threads (the scaling table).
 // Files go to /dev/shm when it exists, so that both sides write to memory.
@@ -17,6 +19,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -245,6 +248,36 @@ void BM_Lz4DecompressAndFwrite(benchmark::State& state) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * kFrame * (kSin + kWhite)));
 }
 BENCHMARK(BM_Lz4DecompressAndFwrite)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+// The C++ codec reading a view file into frames: the file read whole, its
+// records found by the arm view codec, each decompressed into fresh memory
+// by raw liblz4. What the Python module's read_arm_view is measured against
+// (bench/python_bench.py names the file it reads in GRABSYS_BENCH_VIEW).
+void BM_DecodeViewFile(benchmark::State& state) {
+    const char* given = std::getenv("GRABSYS_BENCH_VIEW");
+    if (given == nullptr) ViewFile();
+    const std::string in = given != nullptr ? given : Scratch() + "/in/0.armraw";
+    uint64_t decoded = 0;
+    for (auto _ : state) {
+        std::unique_ptr<unsigned char[]> file;
+        uint64_t size = 0;
+        format::ArmViewSummary view;
+        if (!platform::Env::Default()->ReadFile(in, file, size) ||
+            format::SummarizeArmView(format::Bytes(file.get(), static_cast<size_t>(size)), view) != format::Status::kOk) {
+            state.SkipWithError("view file unreadable");
+            break;
+        }
+        const size_t frame = size_t{view.header.width} * view.header.height;
+        std::unique_ptr<char[]> frames(new char[frame * view.records.size()]);
+        for (size_t i = 0; i < view.records.size(); ++i)
+            LZ4_decompress_safe(reinterpret_cast<const char*>(view.records[i].data.data), frames.get() + frame * i,
+                                static_cast<int>(view.records[i].data.size), static_cast<int>(frame));
+        benchmark::DoNotOptimize(frames.get());
+        decoded += frame * view.records.size();
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(decoded));
+}
+BENCHMARK(BM_DecodeViewFile)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 void BM_ExtractView(benchmark::State& state) {
     ViewFile();

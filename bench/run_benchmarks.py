@@ -7,7 +7,9 @@ The summary lines have the form
     RATIO <name> <value> target <target>
 where value = subject throughput / baseline throughput. Before them, a
 scaling table for each benchmark run on 1, 2, 4 ... threads: throughput,
-speed-up over one thread, and efficiency (speed-up / threads).
+speed-up over one thread, and efficiency (speed-up / threads). When the
+Python module was built, python_bench.py adds the module's reader against
+the C++ codec.
 """
 import json
 import os
@@ -65,6 +67,18 @@ def main():
         got = results[r["bench"]]
         value = got[r["subject"]]["bytes_per_second"] / got[r["baseline"]]["bytes_per_second"]
         lines.append(f"RATIO {r['name']} {value:.2f} target {r['target']:.2f}")
+    build = os.path.dirname(os.path.abspath(bench_dir))
+    if os.path.isdir(os.path.join(build, "python", "grabsystem")):
+        # Debian's interpreter, the one the module is built for.
+        print("== python_bench", flush=True)
+        out = subprocess.run(["/usr/bin/python3", os.path.join(here, "python_bench.py"), build], check=True,
+                             capture_output=True, text=True,
+                             env=dict(os.environ, PYTHONPATH=os.path.join(build, "python"))).stdout
+        for line in out.splitlines():
+            if line.startswith("RATIO "):
+                lines.append(line)
+            else:
+                print(line)
     print()
     print("\n".join(lines))
 

@@ -1,9 +1,10 @@
-// Per-view arm files: the header and records decoded in memory, then the
-// file decoded and written out by the extractor.
+// Per-view arm files: the header and records decoded in memory, the strict
+// reader, then the file decoded and written out by the extractor.
 #include <algorithm>
 
 #include "fuzz_common.h"
 #include "grabsystem/arm/arm_image_extractor.h"
+#include "grabsystem/capture/capture_reader.h"
 #include "grabsystem/format/arm_view.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -22,6 +23,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     format::ArmViewSummary summary;
     if (format::SummarizeArmView(file, summary) == format::Status::kOk && summary.records.size() > records)
         __builtin_trap();  // the summary walked records the decoder does not find
+    // The strict reader takes a view only when it accounts for every byte.
+    GrabSystem::capture::ArmViewContent view;
+    std::string error;
+    if (GrabSystem::capture::DecodeArmView(file, view, error) &&
+        (!summary.complete || view.sin.count + uint64_t{view.white.count} != summary.records.size()))
+        __builtin_trap();
     if (frames * grabsys_fuzz::ImageBytes(header.width, header.height, 1, 8) > grabsys_fuzz::kMaxBytes) return 0;
 
     grabsys_fuzz::WriteInput("arm/0.armraw", data, size);

@@ -1,6 +1,7 @@
 // General packages: load (which writes the project file), then import by
 // both entry points.
 #include "fuzz_common.h"
+#include "grabsystem/capture/capture_reader.h"
 #include "grabsystem/debug_package/debug_package.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -17,6 +18,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const format::PackageBlocksSummary blocks = format::SummarizePackageBlocks(format::Bytes(area.data(), area.size()));
     if (blocks.blocks * format::kPackageBlockLengthBytes > area.size()) __builtin_trap();  // more blocks than room
     const std::string path = grabsys_fuzz::WriteInput("general.dbg", data, size);
+    GrabSystem::capture::PackageContent content;
+    std::string error;
+    GrabSystem::capture::ReadPackage(path, content, error);
     std::filesystem::create_directories(grabsys_fuzz::Scratch() + "/D/vormex");
     GrabSystem::CDebugPackageP pkg;
     pkg.LoadDebugPackage(path);

@@ -1,5 +1,6 @@
 // Image packages: described in memory, then loaded and exported.
 #include "fuzz_common.h"
+#include "grabsystem/capture/capture_reader.h"
 #include "grabsystem/debug_package/debug_img_package.h"
 #include "grabsystem/format/package.h"
 
@@ -11,6 +12,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         __builtin_trap();  // a package of no runs is not one
     if (grabsys_fuzz::ImagePackageTooLarge(data, size)) return 0;
     const std::string path = grabsys_fuzz::WriteInput("image.dbg", data, size);
+    GrabSystem::capture::PackageContent content;
+    std::string error;
+    GrabSystem::capture::ReadPackage(path, content, error);
     GrabSystem::CDebugImgPackageP pkg;
     if (pkg.LoadDebugPackage(path)) pkg.ExportDebugImg(1);
     grabsys_fuzz::Clean("D");

@@ -46,8 +46,9 @@ bool Decompress(Bytes block, uint8_t* out, uint64_t outBytes, const std::string&
 }
 
 bool ReadWhole(const std::string& path, std::unique_ptr<uint8_t[]>& data, uint64_t& size, std::string& error) {
-    if (!platform::Env::Default()->ReadFile(path, data, size)) {
-        error = "cannot read the file";
+    platform::Env* env = platform::Env::Default();
+    if (!env->ReadFile(path, data, size)) {
+        error = env->FileExists(path) ? "cannot read the file" : "no such file";
         return false;
     }
     return true;

@@ -1,0 +1,70 @@
+"""GrabSystem for Python: the scanner's capture files to and from numpy, and the grab path.
+
+Reading gives objects whose arrays share memory with them (no copy):
+
+    view = grabsystem.read_arm_view("3.armraw")      # ArmView: .sin, .white, .cameras, ...
+    package = grabsystem.read_package("capture.dbg")  # Package: .records, .frames, ...
+    image = grabsystem.read_image("frame.raw")        # Image: .pixels, .info
+
+Writing goes through the library's own classes, so the files are byte for byte
+what C++ callers write: write_image, write_float_raw, write_ffc_tables,
+write_arm_view (or ArmOutputManager.add_view), write_image_package,
+write_general_package. ImagePool takes frames from any buffer; ArmExtractor and
+export_packages turn captures back into BMP trees.
+
+A file that cannot be read or written raises FileError (an OSError) naming the
+file and the cause. Outcomes that are normal while grabbing return False or
+None instead: a push no image can take, a serial no longer in the pool.
+"""
+
+from ._core import (
+    AddResult,
+    ArmExtractor,
+    ArmOutputManager,
+    ArmView,
+    FileError,
+    Image,
+    ImagePool,
+    Package,
+    PackageRecord,
+    PoolImage,
+    export_packages,
+    read_arm_view,
+    read_ffc_tables,
+    read_float_raw,
+    read_image,
+    read_package,
+    set_drive_root,
+    write_arm_view,
+    write_ffc_tables,
+    write_float_raw,
+    write_general_package,
+    write_image,
+    write_image_package,
+)
+
+__all__ = [
+    "AddResult",
+    "ArmExtractor",
+    "ArmOutputManager",
+    "ArmView",
+    "FileError",
+    "Image",
+    "ImagePool",
+    "Package",
+    "PackageRecord",
+    "PoolImage",
+    "export_packages",
+    "read_arm_view",
+    "read_ffc_tables",
+    "read_float_raw",
+    "read_image",
+    "read_package",
+    "set_drive_root",
+    "write_arm_view",
+    "write_ffc_tables",
+    "write_float_raw",
+    "write_general_package",
+    "write_image",
+    "write_image_package",
+]

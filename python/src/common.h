@@ -1,0 +1,55 @@
+// What the parts of the Python module share: the exception, arrays over the
+// library's buffers, the information block as a dict, and watched writes.
+#pragma once
+
+#include <pybind11/numpy.h>
+#include <pybind11/pybind11.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "grabsystem/format/data_structure.h"
+
+namespace grabsys_py {
+
+namespace py = pybind11;
+
+// grabsystem.FileError, an OSError whose filename is the file and whose
+// message names it and the cause.
+[[noreturn]] void Fail(const std::string& path, const std::string& cause);
+
+// An array over memory that `owner` keeps alive: no copy. The array's base
+// is `owner`, so the memory lives as long as any array over it.
+template <typename T>
+py::array ArrayOver(const py::object& owner, const T* data, std::vector<py::ssize_t> shape) {
+    return py::array_t<T>(std::move(shape), data, owner);
+}
+
+// A C-contiguous array of T with `ndim` in [minDim, maxDim], converting only
+// when the caller's array is not one already; ValueError otherwise.
+template <typename T>
+py::array_t<T, py::array::c_style> Contiguous(const py::handle& array, const char* what, int minDim, int maxDim) {
+    auto a = py::array_t<T, py::array::c_style>::ensure(array);
+    if (!a) throw py::type_error(std::string(what) + ": expected an array of " + py::str(py::dtype::of<T>()).cast<std::string>());
+    if (a.ndim() < minDim || a.ndim() > maxDim)
+        throw py::value_error(std::string(what) + ": expected " + std::to_string(minDim) + ".." + std::to_string(maxDim) +
+                              " dimensions, got " + std::to_string(a.ndim()));
+    return a;
+}
+
+py::dict InfoToDict(const VormexDataStructure::CImgInfo& info);
+// Sets the descriptive fields a dict names (camera, frame attribute,
+// resolution, alignments, processing log, status); unknown keys are an error.
+void ApplyInfo(const py::handle& dict, VormexDataStructure::CImgInfo& info);
+
+// Runs a save without the GIL while watching the files it writes; false
+// when a file it wrote did not go into place whole (or none was written).
+// Watched saves take turns, so each watch sees only its own files.
+bool WatchedWrite(const std::function<bool()>& save);
+
+void BindFiles(py::module_& m);
+void BindCapture(py::module_& m);
+void BindGrab(py::module_& m);
+
+}  // namespace grabsys_py
