@@ -201,7 +201,7 @@ void RegisterPreview(CLI::App& app, const Output& output, Runner& run) {
     cmd->add_option("-n,--per-row", o->sheet.perRow, "Thumbnails per line before a row wraps")
         ->check(CLI::Range(1u, 4096u))
         ->capture_default_str();
-    cmd->add_option("--image-width", o->sheet.imageWidth, "Width a single image is scaled down to")
+    cmd->add_option("--image-width", o->sheet.imageWidth, "Most pixels across a single image is shown at (never enlarged)")
         ->check(CLI::Range(8u, 8192u))
         ->capture_default_str();
     cmd->add_flag("--no-labels", o->noLabels, "Leave out all text (the layout stays the same)");
