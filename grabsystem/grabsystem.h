@@ -39,3 +39,4 @@
 #include "grabsystem/platform/toolkit/win_helper.h"
 #include "grabsystem/pool/pool_ctrl.h"
 #include "grabsystem/pool/pool_node.h"
+#include "grabsystem/preview/contact_sheet.h"

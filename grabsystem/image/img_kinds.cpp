@@ -1,7 +1,6 @@
 #include "grabsystem/image/img_kinds.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -10,6 +9,7 @@
 #include "grabsystem/format/image_io_tool.h"
 #include "grabsystem/format/value_raw.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
+#include "grabsystem/preview/grey_render.h"
 
 namespace GrabSystem {
 
@@ -129,30 +129,9 @@ bool CImgFloatP::_SaveBmp(const char* path) {
     const auto* values = reinterpret_cast<const float*>(_PaddedPixels(n * sizeof(float), padded));
     if (values == nullptr && n != 0) throw std::bad_alloc();
 
-    // The maximum starts at the smallest positive normal double, so an
-    // image of negative values only stretches as if its maximum were 0.
-    double max = 2.2250738585072014e-308;
-    double min = 1.7976931348623157e308;
-    for (uint64_t i = 0; i < n; ++i) {
-        if (values[i] == kNoData) continue;
-        max = std::max(max, static_cast<double>(values[i]));
-        min = std::min(min, static_cast<double>(values[i]));
-    }
-    const auto scale = static_cast<float>(255.0 / (max - min));
-
+    // One rendering for the BMP and the preview sheets (see grey_render.h).
     std::unique_ptr<unsigned char[]> grey(new unsigned char[n == 0 ? 1 : n]);
-    for (uint64_t i = 0; i < n; ++i) {
-        if (values[i] == kNoData) {
-            grey[i] = 0;
-            continue;
-        }
-        // Truncation toward zero, then the low 8 bits; out of the 32-bit
-        // range the conversion gives 0, as the x86 conversion instruction
-        // does, instead of undefined behaviour.
-        const double v = (static_cast<double>(values[i]) - min) * static_cast<double>(scale);
-        const int32_t whole = std::isfinite(v) && v > -2147483649.0 && v < 2147483648.0 ? static_cast<int32_t>(v) : 0;
-        grey[i] = static_cast<unsigned char>(whole & 0xFF);
-    }
+    preview::StretchToGrey(values, n, grey.get());
     ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), DrasselSpace::ePixelFormatGray8);
     return true;
 }

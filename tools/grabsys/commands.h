@@ -20,6 +20,7 @@ void RegisterDemo(CLI::App& app, const Output& output, Runner& run);
 void RegisterArm(CLI::App& app, const Output& output, Runner& run);
 void RegisterPackage(CLI::App& app, const Output& output, Runner& run);
 void RegisterInfo(CLI::App& app, const Output& output, Runner& run);
+void RegisterPreview(CLI::App& app, const Output& output, Runner& run);
 
 // Makes `run` the given command once `command` has been parsed.
 inline void RunWhenParsed(CLI::App* command, Runner& run, Runner body) {

@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
     grabsys::RegisterArm(app, output, run);
     grabsys::RegisterPackage(app, output, run);
     grabsys::RegisterInfo(app, output, run);
+    grabsys::RegisterPreview(app, output, run);
     // Set last: commands would inherit it in place of their own example.
     app.footer("Run 'grabsys <command> --help' for a command's options and an example.");
 

@@ -1,0 +1,220 @@
+// grabsys preview: contact sheets of captures, packages and images.
+#include <algorithm>
+#include <functional>
+#include <iostream>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#ifdef GRABSYS_HAVE_PNG
+#include <png.h>
+#endif
+
+#include "commands.h"
+#include "grabsystem/grabsystem.h"
+
+namespace grabsys {
+
+namespace {
+
+using namespace GrabSystem;
+
+struct PreviewOptions {
+    std::vector<std::string> inputs;
+    std::string out;
+    preview::SheetOptions sheet;
+    bool noLabels = false;
+    bool index = false;
+};
+
+// Sheets are PNG where the tool is built with libpng (every Linux build);
+// the Windows build has none and writes BMP.
+#ifdef GRABSYS_HAVE_PNG
+constexpr char kSheetExtension[] = ".png";
+
+void AppendPng(png_structp png, png_bytep data, png_size_t n) {
+    auto* out = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
+    out->insert(out->end(), data, data + n);
+}
+
+bool EncodeSheet(const preview::Sheet& s, std::vector<uint8_t>& out) {
+    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
+    png_infop info = png == nullptr ? nullptr : png_create_info_struct(png);
+    if (info == nullptr) {
+        png_destroy_write_struct(&png, nullptr);
+        return false;
+    }
+    // libpng reports its errors by longjmp; nothing here needs unwinding.
+    if (setjmp(png_jmpbuf(png))) {
+        png_destroy_write_struct(&png, &info);
+        return false;
+    }
+    png_set_write_fn(png, &out, AppendPng, nullptr);
+    png_set_IHDR(png, info, s.width, s.height, 8, s.channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY,
+                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+    png_set_compression_level(png, 9);
+    png_write_info(png, info);
+    for (uint32_t y = 0; y < s.height; ++y)
+        png_write_row(png, const_cast<png_bytep>(&s.pixels[static_cast<size_t>(y) * s.width * s.channels]));
+    png_write_end(png, nullptr);
+    png_destroy_write_struct(&png, &info);
+    return true;
+}
+#else
+constexpr char kSheetExtension[] = ".bmp";
+
+bool EncodeSheet(const preview::Sheet& s, std::vector<uint8_t>& out) {
+    if (format::BmpPixelBytes(s.width, s.height, s.channels) == 0) return false;
+    out.assign(static_cast<size_t>(format::BmpFileBytes(s.width, s.height, s.channels)), 0);
+    format::Writer w(out.data(), out.size());
+    format::EncodeBmpHeader(w, s.width, s.height, s.channels);
+    const size_t stride = static_cast<size_t>(format::BmpStride(s.width, s.channels));
+    for (uint32_t y = 0; y < s.height; ++y) {
+        const uint8_t* row = &s.pixels[static_cast<size_t>(y) * s.width * s.channels];
+        for (uint32_t x = 0; x < s.width; ++x)  // BMP keeps B, G, R
+            for (uint32_t c = 0; c < s.channels; ++c) w.U8(row[x * s.channels + s.channels - 1 - c]);
+        w.Zeros(stride - static_cast<size_t>(s.width) * s.channels);
+    }
+    return !w.Full();
+}
+#endif
+
+bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+std::string Stem(std::string path) {
+    while (path.size() > 1 && IsSeparator(path.back())) path.pop_back();
+    return DrasselSpace::CWinHelper::GetFileNameWithoutExtension(path);
+}
+
+// One sheet to write: what it shows, the stem its name derives from.
+struct Job {
+    std::string source;
+    std::string stem;
+    std::function<bool(preview::Sheet&, std::string&)> render;
+};
+
+// Where each job's sheet goes: -o itself for a single sheet named as a
+// file; <dir>/<stem><ext> when -o is a folder (existing, or ending with a
+// separator); else <-o without extension>-<stem><ext> beside it. Names that
+// would repeat get -2, -3, ...
+std::vector<std::string> OutputNames(const std::string& out, const std::vector<Job>& jobs) {
+    const bool folder = IsSeparator(out.back()) || DrasselSpace::FileToolP::IsDirectoryExists(out);
+    std::string base = out;
+    const std::string ext = DrasselSpace::CWinHelper::GetFileExtension(out);
+    if (!folder && !ext.empty()) base.resize(out.size() - ext.size());
+    std::vector<std::string> names;
+    if (jobs.size() == 1 && !folder) return {base + kSheetExtension};
+    std::set<std::string> used;
+    for (const Job& job : jobs) {
+        const std::string start = folder ? out + (IsSeparator(out.back()) ? "" : "/") + job.stem : base + "-" + job.stem;
+        std::string name = start + kSheetExtension;
+        for (int n = 2; used.count(name) != 0; ++n) name = start + "-" + std::to_string(n) + kSheetExtension;
+        used.insert(name);
+        names.push_back(name);
+    }
+    return names;
+}
+
+int RunPreview(const PreviewOptions& o, const Output& output) {
+    if (o.out.empty()) return Fail("-o: an empty name");
+    preview::SheetOptions sheetOptions = o.sheet;
+    sheetOptions.labels = !o.noLabels;
+    int status = 0;
+    std::vector<Job> jobs;
+    for (const std::string& input : o.inputs) {
+        if (!DrasselSpace::FileToolP::IsDirectoryExists(input)) {
+            jobs.push_back({input, Stem(input), [input, sheetOptions](preview::Sheet& s, std::string& e) {
+                                return preview::RenderFileSheet(input, sheetOptions, s, e);
+                            }});
+            continue;
+        }
+        if (o.index) {
+            jobs.push_back({input, Stem(input), [input, sheetOptions](preview::Sheet& s, std::string& e) {
+                                return preview::RenderFolderSheet(input, sheetOptions, s, e);
+                            }});
+            continue;
+        }
+        std::vector<int> views;
+        ArmImageExtractor().ParseArmRawFile(input, views);
+        std::sort(views.begin(), views.end());
+        if (views.empty()) status = Fail(input + ": no .armraw files named by a view number");
+        for (int view : views) {
+            const std::string path = input + (IsSeparator(input.back()) ? "" : "/") + std::to_string(view) + ".armraw";
+            jobs.push_back({path, Stem(input) + "-" + std::to_string(view),
+                            [path, sheetOptions](preview::Sheet& s, std::string& e) {
+                                return preview::RenderFileSheet(path, sheetOptions, s, e);
+                            }});
+        }
+    }
+    if (jobs.empty()) return status;
+    const std::vector<std::string> names = OutputNames(o.out, jobs);
+    if (IsSeparator(o.out.back()) && !DrasselSpace::FileToolP::CreateDirectoryRecursively(o.out))
+        return Fail(o.out + ": cannot create the output folder");
+
+    Progress progress("rendering sheets", jobs.size(), output);
+    for (size_t i = 0; i < jobs.size(); ++i) {
+        preview::Sheet sheet;
+        std::string error;
+        const bool made = jobs[i].render(sheet, error);
+        progress.Add();
+        if (!made) {
+            status = Fail(jobs[i].source + ": " + error);
+            continue;
+        }
+        std::vector<uint8_t> bytes;
+        if (!EncodeSheet(sheet, bytes) ||
+            !DrasselSpace::FileToolP::SaveDataToFile(names[i], bytes.data(), bytes.size())) {
+            status = Fail(names[i] + ": cannot write the sheet");
+            continue;
+        }
+        // A folder index is written even when some views could not be read;
+        // their rows say why, and so does one error line.
+        if (!error.empty()) status = Fail(jobs[i].source + ": " + error);
+        if (!output.quiet) {
+            std::cout << "wrote " << names[i] << ": " << sheet.width << " x " << sheet.height << " from "
+                      << jobs[i].source << "\n";
+        }
+    }
+    return status;
+}
+
+}  // namespace
+
+void RegisterPreview(CLI::App& app, const Output& output, Runner& run) {
+    auto o = std::make_shared<PreviewOptions>();
+    CLI::App* cmd = app.add_subcommand(
+        "preview", std::string("Contact sheets (") + (kSheetExtension + 1) +
+                       ") of .armraw views, folders of them, debug packages, raw, BMP and float raw images");
+    cmd->add_option("FILE", o->inputs, "Files, or folders of .armraw files (one sheet per view, or --index)")
+        ->required()
+        ->check(CLI::ExistingPath);
+    cmd->add_option("-o,--out", o->out,
+                    std::string("The sheet's file for one sheet; with several, a folder (existing, or ending with "
+                                "'/') receives <input stem>") +
+                        kSheetExtension + ", and any other name N.ext gives N-<input stem>" + kSheetExtension +
+                        " (a view of folder F: stem F-<view>)")
+        ->required();
+    cmd->add_option("-t,--thumb", o->sheet.thumbWidth, "Thumbnail width in pixels")
+        ->check(CLI::Range(8u, 2048u))
+        ->capture_default_str();
+    cmd->add_option("-n,--per-row", o->sheet.perRow, "Thumbnails per line before a row wraps")
+        ->check(CLI::Range(1u, 4096u))
+        ->capture_default_str();
+    cmd->add_option("--image-width", o->sheet.imageWidth, "Most pixels across a single image is shown at (never enlarged)")
+        ->check(CLI::Range(8u, 8192u))
+        ->capture_default_str();
+    cmd->add_flag("--no-labels", o->noLabels, "Leave out all text (the layout stays the same)");
+    cmd->add_flag("--index", o->index, "One index sheet per folder: a row per view, first frame and white frame of each camera and group");
+    cmd->footer(std::string("Each row of a view's sheet is one folder of the extracted tree (Cam<c><P|Q>), frames in "
+                            "image-number order,\nthen imgW; under each thumbnail: mean bar, clipped bar (blue at 0, "
+                            "red at 255), name, mean and clipped %.\nAn input that fails prints one error line; the "
+                            "others still get their sheets.\n\nExamples:\n  grabsys preview scan01/armraw/3.armraw -o "
+                            "view3") +
+                kSheetExtension + "\n  grabsys preview scan01/armraw -o sheets/ --thumb 64 --per-row 13\n"
+                "  grabsys preview scan01/armraw --index -o index" + kSheetExtension +
+                "\n  grabsys preview capture.dbg frame.raw depth.fraw -o sheet" + kSheetExtension);
+    RunWhenParsed(cmd, run, [o, &output] { return RunPreview(*o, output); });
+}
+
+}  // namespace grabsys
