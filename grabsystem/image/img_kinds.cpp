@@ -9,7 +9,7 @@
 #include "grabsystem/format/image_io_tool.h"
 #include "grabsystem/format/value_raw.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
-#include "grabsystem/preview/grey_render.h"
+#include "grabsystem/image/grey_render.h"
 
 namespace GrabSystem {
 
@@ -131,7 +131,7 @@ bool CImgFloatP::_SaveBmp(const char* path) {
 
     // One rendering for the BMP and the preview sheets (see grey_render.h).
     std::unique_ptr<unsigned char[]> grey(new unsigned char[n == 0 ? 1 : n]);
-    preview::StretchToGrey(values, n, grey.get());
+    StretchToGrey(values, n, grey.get());
     ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), DrasselSpace::ePixelFormatGray8);
     return true;
 }

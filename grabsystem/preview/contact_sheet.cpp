@@ -19,7 +19,7 @@
 #include "grabsystem/platform/env.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
 #include "grabsystem/preview/font5x7.h"
-#include "grabsystem/preview/grey_render.h"
+#include "grabsystem/image/grey_render.h"
 
 namespace GrabSystem {
 namespace preview {

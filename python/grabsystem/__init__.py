@@ -10,7 +10,8 @@ Writing goes through the library's own classes, so the files are byte for byte
 what C++ callers write: write_image, write_float_raw, write_ffc_tables,
 write_arm_view (or ArmOutputManager.add_view), write_image_package,
 write_general_package. ImagePool takes frames from any buffer; ArmExtractor and
-export_packages turn captures back into BMP trees.
+export_packages turn captures back into BMP trees; contact_sheet and
+folder_sheet give the pictures of grabsys preview as arrays.
 
 A file that cannot be read or written raises FileError (an OSError) naming the
 file and the cause. Outcomes that are normal while grabbing return False or
@@ -29,6 +30,8 @@ from ._core import (
     PackageRecord,
     PoolImage,
     export_packages,
+    contact_sheet,
+    folder_sheet,
     read_arm_view,
     read_ffc_tables,
     read_float_raw,
@@ -55,6 +58,8 @@ __all__ = [
     "PackageRecord",
     "PoolImage",
     "export_packages",
+    "contact_sheet",
+    "folder_sheet",
     "read_arm_view",
     "read_ffc_tables",
     "read_float_raw",

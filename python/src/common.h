@@ -51,5 +51,6 @@ bool WatchedWrite(const std::function<bool()>& save);
 void BindFiles(py::module_& m);
 void BindCapture(py::module_& m);
 void BindGrab(py::module_& m);
+void BindPreview(py::module_& m);
 
 }  // namespace grabsys_py

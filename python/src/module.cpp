@@ -167,5 +167,6 @@ class FileError(OSError):
     grabsys_py::BindFiles(m);
     grabsys_py::BindCapture(m);
     grabsys_py::BindGrab(m);
+    grabsys_py::BindPreview(m);
     m.attr("__name__") = name;
 }

@@ -125,3 +125,30 @@ def test_exports_and_extraction_match_the_trees_the_tool_wrote(demo, drive, tmp_
         assert (tmp_path / "bmp" / rel).read_bytes() == (demo / "armbmp" / rel).read_bytes()
     with pytest.raises(grabsystem.FileError):
         extractor.parse_arm_raw_files(str(tmp_path))
+
+
+def test_contact_sheets_are_the_pictures_the_tool_writes(demo, tmp_path):
+    import os
+    import subprocess
+    import warnings
+
+    from PIL import Image as PilImage
+    tool = os.environ["GRABSYS_TOOL"]
+    for name, args in (("armraw/1.armraw", ["-t", "32"]), ("packages/general.dbg", ["--no-labels"]),
+                       ("frame0.raw", ["--image-width", "40"])):
+        subprocess.run([tool, "preview", str(demo / name), "-o", str(tmp_path / "s.png"), *args], check=True)
+        options = {"-t": {"thumb_width": 32}, "--no-labels": {"labels": False}, "--image-width": {"image_width": 40}}
+        sheet = grabsystem.contact_sheet(str(demo / name), **options[args[0]])
+        assert sheet.shape[2] == 3 and np.array_equal(sheet, np.asarray(PilImage.open(tmp_path / "s.png")))
+    (tmp_path / "views").mkdir()
+    for view in (demo / "armraw").glob("*.armraw"):
+        (tmp_path / "views" / view.name).write_bytes(view.read_bytes())
+    (tmp_path / "views" / "5.armraw").write_bytes(b"short")
+    subprocess.run([tool, "preview", str(tmp_path / "views"), "--index", "-o", str(tmp_path / "i.png")])
+    with warnings.catch_warnings(record=True) as caught:
+        warnings.simplefilter("always")
+        index = grabsystem.folder_sheet(str(tmp_path / "views"))
+    assert np.array_equal(index, np.asarray(PilImage.open(tmp_path / "i.png")))
+    assert any("view 5" in str(w.message) for w in caught)
+    with pytest.raises(grabsystem.FileError):
+        grabsystem.contact_sheet(str(tmp_path / "views" / "5.armraw"))

@@ -1,10 +1,9 @@
-#include "grabsystem/preview/grey_render.h"
+#include "grabsystem/image/grey_render.h"
 
 #include <algorithm>
 #include <cmath>
 
 namespace GrabSystem {
-namespace preview {
 
 namespace {
 
@@ -43,5 +42,4 @@ void StretchToGrey(const double* values, uint64_t n, uint8_t* grey) { Stretch(va
 void StretchToGrey(const uint16_t* values, uint64_t n, uint8_t* grey) { Stretch(values, n, grey); }
 void StretchToGrey(const uint32_t* values, uint64_t n, uint8_t* grey) { Stretch(values, n, grey); }
 
-}  // namespace preview
 }  // namespace GrabSystem

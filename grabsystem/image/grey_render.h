@@ -16,7 +16,6 @@
 #include "grabsystem/grabsystem_export.h"
 
 namespace GrabSystem {
-namespace preview {
 
 // `grey` receives n bytes.
 GRABSYSTEM_EXPORT void StretchToGrey(const float* values, uint64_t n, uint8_t* grey);
@@ -26,5 +25,4 @@ GRABSYSTEM_EXPORT void StretchToGrey(const double* values, uint64_t n, uint8_t* 
 GRABSYSTEM_EXPORT void StretchToGrey(const uint16_t* values, uint64_t n, uint8_t* grey);
 GRABSYSTEM_EXPORT void StretchToGrey(const uint32_t* values, uint64_t n, uint8_t* grey);
 
-}  // namespace preview
 }  // namespace GrabSystem
