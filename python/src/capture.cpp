@@ -33,30 +33,38 @@ std::unique_ptr<Content> Read(const std::string& path, Reader reader) {
     return content;
 }
 
-// One run of frames given from Python: a (count, height, width) uint8 array.
-py::array_t<uint8_t, py::array::c_style> Frames(const py::handle& frames) {
-    auto a = Contiguous<uint8_t>(frames, "frames", 3, 3);
-    if (a.shape(0) > UINT32_MAX || a.shape(1) > UINT32_MAX || a.shape(2) > UINT32_MAX)
-        throw py::value_error("frames: too large");
-    return a;
+using FrameArray = py::array_t<uint8_t, py::array::c_style>;
+
+// The runs given from Python, each (frames, cam_idx, group_idx[, jump_idx])
+// with frames a (count, height, width) uint8 array: the arrays, and the
+// records they make in the general form (the image form drops JumpIdx).
+void ParseRuns(const py::list& runs, std::vector<FrameArray>& arrays, std::vector<GrabSystem::CDebugPackageInfoP>& infos) {
+    if (runs.empty()) throw py::value_error("runs: a package holds at least one run");
+    for (const py::handle run : runs) {
+        const py::tuple t = run.cast<py::tuple>();
+        arrays.push_back(Contiguous<uint8_t>(t[0], "frames", 3, 3));
+        const FrameArray& a = arrays.back();
+        if (a.shape(0) > UINT32_MAX || a.shape(1) > UINT32_MAX || a.shape(2) > UINT32_MAX)
+            throw py::value_error("frames: too large");
+        GrabSystem::CDebugPackageInfoP info;
+        info.FrameCount = static_cast<uint32_t>(a.shape(0));
+        info.Height = static_cast<uint32_t>(a.shape(1));
+        info.Width = static_cast<uint32_t>(a.shape(2));
+        info.CamIdx = t.size() > 1 ? t[1].cast<uint32_t>() : 0;
+        info.GroupIdx = t.size() > 2 ? t[2].cast<uint32_t>() : 0;
+        info.JumpIdx = t.size() > 3 ? t[3].cast<uint32_t>() : 0;
+        infos.push_back(info);
+    }
 }
 
 void WriteImagePackage(const std::string& path, const py::list& runs, unsigned jumpIdx) {
-    if (runs.empty()) throw py::value_error("runs: a package holds at least one run");
     if (jumpIdx > 255) throw py::value_error("jump_idx: 0..255 in an image package");
+    std::vector<FrameArray> arrays;
+    std::vector<GrabSystem::CDebugPackageInfoP> infos;
+    ParseRuns(runs, arrays, infos);
     GrabSystem::CDebugImgPackageP pkg;
-    std::vector<py::array_t<uint8_t, py::array::c_style>> arrays;
-    for (const py::handle run : runs) {
-        const py::tuple t = run.cast<py::tuple>();
-        arrays.push_back(Frames(t[0]));
-        GrabSystem::CDebugImgPackageInfoP info;
-        info.FrameCount = static_cast<uint32_t>(arrays.back().shape(0));
-        info.Height = static_cast<uint32_t>(arrays.back().shape(1));
-        info.Width = static_cast<uint32_t>(arrays.back().shape(2));
-        info.CamIdx = t.size() > 1 ? t[1].cast<uint32_t>() : 0;
-        info.GroupIdx = t.size() > 2 ? t[2].cast<uint32_t>() : 0;
-        pkg.AddPackageInfo(info);
-    }
+    for (const auto& r : infos)
+        pkg.AddPackageInfo(GrabSystem::CDebugImgPackageInfoP{r.Width, r.Height, r.FrameCount, r.CamIdx, r.GroupIdx});
     pkg.SetJumpIdx(static_cast<unsigned char>(jumpIdx));
     pkg.CreatePackageBuffer();
     const bool written = WatchedWrite([&] {
@@ -72,22 +80,12 @@ void WriteImagePackage(const std::string& path, const py::list& runs, unsigned j
 }
 
 void WriteGeneralPackage(const std::string& path, const py::list& runs, const py::object& projectFile) {
-    if (runs.empty()) throw py::value_error("runs: a package holds at least one run");
+    std::vector<FrameArray> arrays;
+    std::vector<GrabSystem::CDebugPackageInfoP> infos;
+    ParseRuns(runs, arrays, infos);
     auto pkg = std::make_unique<GrabSystem::CDebugPackageP>();
     pkg->InitialPackageBuffer();
-    std::vector<py::array_t<uint8_t, py::array::c_style>> arrays;
-    for (const py::handle run : runs) {
-        const py::tuple t = run.cast<py::tuple>();
-        arrays.push_back(Frames(t[0]));
-        GrabSystem::CDebugPackageInfoP info;
-        info.FrameCount = static_cast<uint32_t>(arrays.back().shape(0));
-        info.Height = static_cast<uint32_t>(arrays.back().shape(1));
-        info.Width = static_cast<uint32_t>(arrays.back().shape(2));
-        info.CamIdx = t.size() > 1 ? t[1].cast<uint32_t>() : 0;
-        info.GroupIdx = t.size() > 2 ? t[2].cast<uint32_t>() : 0;
-        info.JumpIdx = t.size() > 3 ? t[3].cast<uint32_t>() : 0;
-        pkg->AddPackageInfo(info);
-    }
+    for (const auto& info : infos) pkg->AddPackageInfo(info);
     std::string project;
     const bool withProject = !projectFile.is_none();
     if (withProject) project = projectFile.cast<std::string>();
