@@ -34,6 +34,7 @@
 #include "grabsystem/platform/device/device_manager.h"
 #include "grabsystem/platform/env.h"
 #include "grabsystem/platform/logger/logger.h"
+#include "grabsystem/platform/status.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
