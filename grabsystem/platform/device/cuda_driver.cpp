@@ -51,7 +51,8 @@ Loaded Load() {
         Bind(library, "cuMemHostGetDevicePointer_v2", d.cuMemHostGetDevicePointer) &&
         Bind(library, "cuMemHostGetFlags", d.cuMemHostGetFlags) && Bind(library, "cuMemGetInfo_v2", d.cuMemGetInfo) &&
         Bind(library, "cuMemAlloc_v2", d.cuMemAlloc) && Bind(library, "cuMemFree_v2", d.cuMemFree) &&
-        Bind(library, "cuMemcpyDtoH_v2", d.cuMemcpyDtoH) && Bind(library, "cuMemsetD8_v2", d.cuMemsetD8) &&
+        Bind(library, "cuMemcpyDtoH_v2", d.cuMemcpyDtoH) &&
+        Bind(library, "cuMemcpyHtoD_v2", d.cuMemcpyHtoD) && Bind(library, "cuMemsetD8_v2", d.cuMemsetD8) &&
         Bind(library, "cuModuleLoadData", d.cuModuleLoadData) && Bind(library, "cuModuleUnload", d.cuModuleUnload) &&
         Bind(library, "cuModuleGetFunction", d.cuModuleGetFunction) && Bind(library, "cuLaunchKernel", d.cuLaunchKernel);
     if (!bound) {

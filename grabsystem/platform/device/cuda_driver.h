@@ -40,6 +40,7 @@ struct Driver {
     CUresult (*cuMemAlloc)(CUdeviceptr* device, size_t bytes);
     CUresult (*cuMemFree)(CUdeviceptr device);
     CUresult (*cuMemcpyDtoH)(void* host, CUdeviceptr device, size_t bytes);
+    CUresult (*cuMemcpyHtoD)(CUdeviceptr device, const void* host, size_t bytes);
     CUresult (*cuMemsetD8)(CUdeviceptr device, unsigned char value, size_t count);
     CUresult (*cuModuleLoadData)(CUmodule* module, const void* image);
     CUresult (*cuModuleUnload)(CUmodule module);
