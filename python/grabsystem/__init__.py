@@ -11,7 +11,10 @@ what C++ callers write: write_image, write_float_raw, write_ffc_tables,
 write_arm_view (or ArmOutputManager.add_view), write_image_package,
 write_general_package. ImagePool takes frames from any buffer; ArmExtractor and
 export_packages turn captures back into BMP trees; contact_sheet and
-folder_sheet give the pictures of grabsys preview as arrays.
+folder_sheet give the pictures of grabsys preview as arrays. grabsystem.dask
+(with Dask installed) reads whole archives as Dask arrays and runs extraction,
+export and previews as one task per file (read_arm_header, read_package_head,
+extract_view, export_package, import_project_file).
 
 A file that cannot be read or written raises FileError (an OSError) naming the
 file and the cause. Outcomes that are normal while grabbing return False or
@@ -29,14 +32,19 @@ from ._core import (
     Package,
     PackageRecord,
     PoolImage,
+    export_package,
     export_packages,
     contact_sheet,
+    extract_view,
     folder_sheet,
+    import_project_file,
+    read_arm_header,
     read_arm_view,
     read_ffc_tables,
     read_float_raw,
     read_image,
     read_package,
+    read_package_head,
     set_drive_root,
     write_arm_view,
     write_ffc_tables,
@@ -57,14 +65,19 @@ __all__ = [
     "Package",
     "PackageRecord",
     "PoolImage",
+    "export_package",
     "export_packages",
     "contact_sheet",
+    "extract_view",
     "folder_sheet",
+    "import_project_file",
+    "read_arm_header",
     "read_arm_view",
     "read_ffc_tables",
     "read_float_raw",
     "read_image",
     "read_package",
+    "read_package_head",
     "set_drive_root",
     "write_arm_view",
     "write_ffc_tables",

@@ -52,5 +52,6 @@ void BindFiles(py::module_& m);
 void BindCapture(py::module_& m);
 void BindGrab(py::module_& m);
 void BindPreview(py::module_& m);
+void BindArchive(py::module_& m);
 
 }  // namespace grabsys_py

@@ -168,5 +168,6 @@ class FileError(OSError):
     grabsys_py::BindCapture(m);
     grabsys_py::BindGrab(m);
     grabsys_py::BindPreview(m);
+    grabsys_py::BindArchive(m);
     m.attr("__name__") = name;
 }
