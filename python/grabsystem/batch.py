@@ -31,6 +31,9 @@ def parser():
                        "processes on this machine)")
         c.add_argument("--workers", type=int, help="processes on this machine (default: one per core)")
         c.add_argument("-q", "--quiet", action="store_true", help="no progress bar, and only the failed files")
+        if name != "preview":
+            c.add_argument("--no-check", action="store_true",
+                           help="trust what the lenient library reads, without the strict readers' second look")
         if name == "extract":
             c.add_argument("--mode", type=int, choices=(1, 2, 3), default=1,
                            help="1 all frames, 2 white frames only, 3 Sin frames only (default 1)")
@@ -52,9 +55,9 @@ def main(argv=None):
     common = {"client": args.scheduler, "progress": not args.quiet, "workers": args.workers}
     try:
         if args.command == "extract":
-            outcomes = jobs.extract(args.paths, args.out, mode=args.mode, **common)
+            outcomes = jobs.extract(args.paths, args.out, mode=args.mode, check=not args.no_check, **common)
         elif args.command == "export":
-            outcomes = jobs.export(args.paths, args.out, **common)
+            outcomes = jobs.export(args.paths, args.out, check=not args.no_check, **common)
         else:
             outcomes = jobs.preview(args.paths, args.out, thumb_width=args.thumb, per_row=args.per_row,
                                     image_width=args.image_width, labels=not args.no_labels, **common)

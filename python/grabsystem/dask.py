@@ -30,6 +30,7 @@ import os
 import re
 import threading
 import uuid
+import warnings
 from dataclasses import dataclass, field
 from typing import Any, Callable, Dict, Iterable, List, Optional, Sequence, Tuple, Union
 
@@ -249,9 +250,9 @@ def _view_number(path: str) -> Optional[int]:
     return int(stem) if _is_number(stem) else None
 
 
-def _extract_one(path: str, out: str, mode: int, _after: Optional[Outcome] = None) -> Outcome:
+def _extract_one(path: str, out: str, mode: int, check: bool, _after: Optional[Outcome] = None) -> Outcome:
     try:
-        return Outcome(path, files=grabsystem.extract_view(path, out, mode))
+        return Outcome(path, files=grabsystem.extract_view(path, out, mode, check))
     except Exception as error:  # every failure becomes the file's outcome
         return _failed(path, error, _view_number(path))
 
@@ -260,12 +261,12 @@ def _extract_one(path: str, out: str, mode: int, _after: Optional[Outcome] = Non
 _drive_root = threading.Lock()
 
 
-def _export_one(path: str, root: str, position: Optional[int], first: str) -> Outcome:
+def _export_one(path: str, root: str, position: Optional[int], first: str, check: bool) -> Outcome:
     try:
         with _drive_root:
             grabsystem.set_drive_root(root)
             try:
-                return Outcome(path, files=grabsystem.export_package(path, position, first))
+                return Outcome(path, files=grabsystem.export_package(path, position, first, check))
             finally:
                 grabsystem.set_drive_root("")
     except Exception as error:
@@ -319,31 +320,35 @@ def _finish(outcomes: List[Outcome], out: str) -> List[Outcome]:
 
 
 def _finish_export(outcomes: List[Outcome], root: str) -> List[Outcome]:
-    # Every general package with a project file writes it to one place; a
-    # single run leaves the last one's, whatever order the tasks ended in.
+    # Every general package with a project file writes it to one place as it
+    # loads, even one whose frames then fail; a single run leaves the last
+    # one's, whatever order the tasks ended in here.
     try:
         general = grabsystem.read_package_head(outcomes[0].path)["general"]
     except grabsystem.FileError:
         general = True  # the exporter's choice for a first file it cannot read
     flagged = []
     for i, outcome in enumerate(outcomes):
-        if general and outcome.ok:
-            try:
-                if grabsystem.read_package_head(outcome.path)["project_file"]:
-                    flagged.append(i)
-            except grabsystem.FileError:
-                pass  # exported, so its head was read before; a file changed since is its task's news
-    if len(flagged) > 1:
-        last = flagged[-1]
+        try:
+            if general and grabsystem.read_package_head(outcome.path)["project_file"]:
+                flagged.append(i)
+        except grabsystem.FileError:
+            pass  # no head, no load: its own task said so
+    for i in reversed(flagged if len(flagged) > 1 else []):
         try:
             with _drive_root:
                 grabsystem.set_drive_root(root)
                 try:
-                    grabsystem.import_project_file(outcomes[last].path)
+                    grabsystem.import_project_file(outcomes[i].path)
                 finally:
                     grabsystem.set_drive_root("")
+            break
         except Exception as error:
-            outcomes[last] = _failed(outcomes[last].path, error)
+            # One that loaded in its task and fails now did not write it; one
+            # that never loaded wrote nothing, and the one before it counts.
+            if outcomes[i].ok:
+                outcomes[i] = _failed(outcomes[i].path, error)
+                break
     return _finish(outcomes, root)
 
 
@@ -360,8 +365,7 @@ def _run(tasks: list, paths: List[str], finish: Callable, finish_args: tuple, cl
     try:
         futures = client.compute(tasks)
         if progress:
-            distributed.progress(futures)
-        distributed.wait(futures)
+            distributed.progress(futures, scheduler=client.scheduler.address)
         outcomes = []
         for path, future in zip(paths, futures):
             # A task that kept killing its workers ends in error: its file failed.
@@ -383,13 +387,15 @@ def _run_local(tasks, finish, finish_args, progress, workers):
     from dask.diagnostics import ProgressBar
 
     with ProcessPoolExecutor(workers or os.cpu_count(), mp_context=multiprocessing.get_context("spawn")) as pool:
-        with ProgressBar() if progress else nullcontext():
+        with ProgressBar() if progress else nullcontext(), warnings.catch_warnings():
+            # Chosen, not fallen back on: a distributed client of the caller's is not asked.
+            warnings.filterwarnings("ignore", "Running on a single-machine scheduler")
             outcomes = list(dask.compute(*tasks, scheduler="processes", pool=pool))
         return pool.submit(finish, outcomes, *finish_args).result()
 
 
-def extract(paths: Paths, out: Union[str, os.PathLike], *, mode: int = 1, client=None, progress: bool = False,
-            workers: Optional[int] = None) -> List[Outcome]:
+def extract(paths: Paths, out: Union[str, os.PathLike], *, mode: int = 1, check: bool = True, client=None,
+            progress: bool = False, workers: Optional[int] = None) -> List[Outcome]:
     """Extracts .armraw views (files, folders or globs) into the BMP tree under `out`,
     one task per view, byte for byte the tree ArmExtractor.extract writes; `mode` as
     there (1 all frames, 2 white only, 3 Sin only).
@@ -398,7 +404,10 @@ def extract(paths: Paths, out: Union[str, os.PathLike], *, mode: int = 1, client
     distributed.Client or a scheduler address; `progress` shows Dask's bar. Views with
     the same number (from several folders) go into the same folders and run in the
     order given, so the last one's files stay, as in a single run. Returns an Outcome
-    per view; a failed view has its number in failed_views.
+    per view; a failed view has its number in failed_views. With `check`, each view is
+    also read as read_arm_view reads it, so that damage the lenient extractor writes
+    through (a last frame that does not decompress) fails the view too; its files
+    stay, as in a single run.
     """
     files = _expand(paths, _view_files)
     out = os.path.abspath(os.fspath(out))
@@ -406,29 +415,30 @@ def extract(paths: Paths, out: Union[str, os.PathLike], *, mode: int = 1, client
     tasks, last = [], {}
     for i, path in enumerate(files):
         view = _view_number(path)
-        task = dask.delayed(_extract_one)(path, out, mode, last.get(view), dask_key_name=("extract-" + token, i))
+        task = dask.delayed(_extract_one)(path, out, mode, check, last.get(view), dask_key_name=("extract-" + token, i))
         if view is not None:
             last[view] = task
         tasks.append(task)
     return _run(tasks, files, _finish, (out,), client, progress, workers)
 
 
-def export(paths: Paths, out: Union[str, os.PathLike], *, client=None, progress: bool = False,
+def export(paths: Paths, out: Union[str, os.PathLike], *, check: bool = True, client=None, progress: bool = False,
            workers: Optional[int] = None) -> List[Outcome]:
     """Exports debug packages (files, folders in name order, or globs) with `out` as the
     drive root: the tree under out/D/ImgTest/CamImgInput (and a general package's
     project file in out/D/vormex), byte for byte what export_packages writes for the
     same list: one package into Cam<c> folders, several into Cam<c>_<position>, the
     form picked by the first file. One task per package; unlike a single run, a
-    package that fails does not stop the ones after it. Returns an Outcome per package.
+    package that fails does not stop the ones after it. Returns an Outcome per package;
+    `check` as for extract(), with read_package.
     """
     files = _expand(paths, _all_files)
     root = os.path.abspath(os.fspath(out))
     os.makedirs(root, exist_ok=True)
     token = uuid.uuid4().hex
     alone = len(files) == 1
-    tasks = [dask.delayed(_export_one)(path, root, None if alone else i, files[0], dask_key_name=("export-" + token, i))
-             for i, path in enumerate(files)]
+    tasks = [dask.delayed(_export_one)(path, root, None if alone else i, files[0], check,
+                                       dask_key_name=("export-" + token, i)) for i, path in enumerate(files)]
     return _run(tasks, files, _finish_export, (root,), client, progress, workers)
 
 

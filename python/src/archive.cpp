@@ -223,6 +223,24 @@ std::vector<std::string> Recorded(const std::string& input, const std::function<
     return whole;
 }
 
+// The readers are strict where the extractor and the exporter are lenient: a
+// file they refuse went out as far as the lenient side could read it (the
+// rest zeros, or bytes of another frame), and its user must hear of that.
+template <typename Content>
+void CheckInput(const std::string& path, const std::vector<std::string>& files, const char* writer,
+                bool (*read)(const std::string&, Content&, std::string&)) {
+    Content content;
+    std::string error;
+    bool ok = false;
+    {
+        py::gil_scoped_release release;
+        ok = read(path, content, error);
+    }
+    if (!ok)
+        Fail(path, error + "; damaged, yet " + writer + " wrote " + std::to_string(files.size()) + " file" +
+                       (files.size() == 1 ? "" : "s") + " of what it could read");
+}
+
 // Why a package the exporter refused does not load, as the strict reader
 // sees it.
 std::string PackageCause(const std::string& path) {
@@ -239,10 +257,11 @@ void MakeProjectFolder() {
     Env::Default()->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
 }
 
-std::vector<std::string> ExportPackage(const std::string& path, const py::object& position, const std::string& first) {
+std::vector<std::string> ExportPackage(const std::string& path, const py::object& position, const std::string& first,
+                                       bool check) {
     const bool alone = position.is_none();
     const unsigned index = alone ? 0 : position.cast<unsigned>();
-    return Recorded(path, [&](std::string& cause) {
+    std::vector<std::string> files = Recorded(path, [&](std::string& cause) {
         MakeProjectFolder();
         // One entry of ExprotPackage: the list's first file's version picks
         // the form, the position (none for a package alone) the folders. A
@@ -276,6 +295,8 @@ std::vector<std::string> ExportPackage(const std::string& path, const py::object
                 "; the frames before it were written";
         return false;
     });
+    if (check) CheckInput(path, files, "the export", GrabSystem::capture::ReadPackage);
+    return files;
 }
 
 std::vector<std::string> ImportProjectFile(const std::string& path) {
@@ -288,7 +309,7 @@ std::vector<std::string> ImportProjectFile(const std::string& path) {
     });
 }
 
-std::vector<std::string> ExtractView(const std::string& path, const std::string& outputDir, int mode) {
+std::vector<std::string> ExtractView(const std::string& path, const std::string& outputDir, int mode, bool check) {
     // The extractor's own rule for a view file: <number>.armraw, read back as
     // <folder>\<atoi(number)>.armraw.
     const std::string stem = DrasselSpace::CWinHelper::GetFileNameWithoutExtension(path);
@@ -300,7 +321,7 @@ std::vector<std::string> ExtractView(const std::string& path, const std::string&
     parm.views[0] = {std::atoi(stem.c_str())};
     parm.outputDir = outputDir;
     parm.mode = mode;
-    return Recorded(path, [&](std::string& cause) {
+    std::vector<std::string> files = Recorded(path, [&](std::string& cause) {
         GrabSystem::ArmImageExtractor extractor;
         std::vector<int> failed[1];
         extractor.OutputOneViewArmImages(parm, failed, 1);
@@ -312,6 +333,8 @@ std::vector<std::string> ExtractView(const std::string& path, const std::string&
         }
         return false;
     });
+    if (check) CheckInput(path, files, "the extractor", GrabSystem::capture::ReadArmView);
+    return files;
 }
 
 }  // namespace
@@ -328,16 +351,20 @@ void BindArchive(py::module_& m) {
           "records (PackageRecord, as read_package gives them) and file_bytes. Raises\n"
           "FileError for a file too short for its head or its records.");
     m.def("extract_view", &ExtractView, py::arg("path"), py::arg("output_dir"), py::arg("mode") = 1,
+          py::arg("check") = true,
           "Extracts one <view>.armraw file into output_dir as ArmExtractor.extract does (the\n"
           "same tree, byte for byte) and returns the files it wrote. Raises FileError naming\n"
           "the file and the cause when the view fails, or naming every file that did not\n"
-          "go into place whole.");
+          "go into place whole. With `check`, the file is then read as read_arm_view reads\n"
+          "it, and damage the extractor writes through (a last frame that does not\n"
+          "decompress, bytes after the last record) raises FileError too.");
     m.def("export_package", &ExportPackage, py::arg("path"), py::arg("position") = py::none(), py::arg("first") = "",
+          py::arg("check") = true,
           "Exports one package as export_packages does: alone (position None) into Cam<c>\n"
           "folders, or as entry `position` of a list whose first file is `first` (its version\n"
           "picks the form) into Cam<c>_<position>. Creates the project file's folder under\n"
           "the drive root, as grabsys does. Returns the files written (the project file\n"
-          "among them); raises FileError as extract_view does.");
+          "among them); raises FileError as extract_view does, `check` with read_package.");
     m.def("import_project_file", &ImportProjectFile, py::arg("path"),
           "Loads a general package and so writes its project file (D:\\vormex\\importTmp.fpz\n"
           "under the drive root), nothing else. Returns the files written.");

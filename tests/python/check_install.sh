@@ -15,6 +15,7 @@ check() {
 import os, sys
 import numpy as np
 import grabsystem
+import grabsystem.batch, grabsystem.dask  # packaged beside the extension
 prefix = os.path.realpath(sys.argv[1])
 assert os.path.realpath(grabsystem.__file__).startswith(prefix + os.sep), grabsystem.__file__
 sin = np.arange(4 * 8 * 6, dtype=np.uint8).reshape(4, 8, 6)
