@@ -14,7 +14,8 @@ built without a CUDA toolkit) gives, for each of its entries,
 scaling table for each benchmark run on 1, 2, 4 ... threads: throughput,
 speed-up over one thread, and efficiency (speed-up / threads). When the
 Python module was built, python_bench.py adds the module's reader against
-the C++ codec.
+the C++ codec, and dask_bench.py grabsystem.dask's extraction on two worker
+processes against one and its arrays against a loop of read_arm_view.
 """
 import json
 import os
@@ -99,15 +100,16 @@ def main():
     build = os.path.dirname(os.path.abspath(bench_dir))
     if os.path.isdir(os.path.join(build, "python", "grabsystem")):
         # Debian's interpreter, the one the module is built for.
-        print("== python_bench", flush=True)
-        out = subprocess.run(["/usr/bin/python3", os.path.join(here, "python_bench.py"), build], check=True,
-                             capture_output=True, text=True,
-                             env=dict(os.environ, PYTHONPATH=os.path.join(build, "python"))).stdout
-        for line in out.splitlines():
-            if line.startswith("RATIO "):
-                lines.append(line)
-            else:
-                print(line)
+        for script in ("python_bench.py", "dask_bench.py"):
+            print(f"== {script[:-3]}", flush=True)
+            out = subprocess.run(["/usr/bin/python3", os.path.join(here, script), build], check=True,
+                                 capture_output=True, text=True,
+                                 env=dict(os.environ, PYTHONPATH=os.path.join(build, "python"))).stdout
+            for line in out.splitlines():
+                if line.startswith(("RATIO ", "SKIP ")):
+                    lines.append(line)
+                else:
+                    print(line)
     print()
     print("\n".join(lines))
 

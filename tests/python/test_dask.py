@@ -1,6 +1,7 @@
 """grabsystem.dask on a two-process LocalCluster bound to 127.0.0.1: arrays against the
 module's readers, and jobs against the single-process extractor and exporter."""
 import os
+import re
 import signal
 import subprocess
 import sys
@@ -21,8 +22,11 @@ DIMS = (1, 2, 12)
 
 @pytest.fixture(scope="module")
 def client():
+    # No dashboard; its HTTP routes on a free port, not the fixed 8787.
     with LocalCluster(n_workers=2, threads_per_worker=1, processes=True, host="127.0.0.1",
-                      dashboard_address=None) as cluster, Client(cluster) as c:
+                      dashboard_address="127.0.0.1:0") as cluster, Client(cluster) as c:
+        addresses = [c.scheduler.address] + list(c.scheduler_info()["workers"])
+        assert all(a.startswith("tcp://127.0.0.1:") for a in addresses), addresses
         yield c
 
 
@@ -236,3 +240,12 @@ def test_a_worker_killed_mid_job_leaves_the_whole_tree_and_no_temporary(client, 
     assert tree(out) == expected
     assert not list(out.rglob("*.tmp-*"))
     client.wait_for_workers(2, timeout=60)
+
+
+def test_the_readme_example_runs(archive, tmp_path):
+    readme = open(os.path.join(os.path.dirname(__file__), "..", "..", "README.md")).read()
+    section = readme[readme.index("## Archives with Dask"):]
+    (tmp_path / "example.py").write_text(re.search(r"```python\n(.*?)```", section, re.S).group(1))
+    out = subprocess.run([sys.executable, str(tmp_path / "example.py"), str(archive), str(tmp_path / "bmp")],
+                         check=True, capture_output=True, text=True).stdout
+    assert out.count(": written, 50 files") == 5 and "(5, 48, 24, 40)" in out and "[3, 5]" in out
