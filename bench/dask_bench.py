@@ -98,7 +98,8 @@ def main():
                 dask_time.append(elapsed)
                 elapsed, means = timed(lambda: loop_means(paths))
                 loop_time.append(elapsed)
-                assert all(np.allclose(s, m[0]) and np.allclose(w, m[1]) for s, w, m in zip(sin_means, white_means, means))
+                assert all(np.allclose(s, m[0]) and np.allclose(w, m[1])
+                           for s, w, m in zip(sin_means, white_means, means))
     pixels = VIEWS * 50 * WIDTH * HEIGHT / 2**20
     figures = [("extract(), one worker process", one_time), ("extract(), two worker processes", two_time),
                ("read_views() frame means, one worker", dask_time), ("read_arm_view loop frame means", loop_time)]

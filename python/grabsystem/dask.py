@@ -176,9 +176,9 @@ def read_views(paths: Paths) -> Views:
     read = f"grabsystem-read-view-{token}"
     layer = {(read, i): (_read_view, f, sizes[i]) for i, f in enumerate(files)}
     sin_count, white_count, height, width = sizes[0]
-    sin = _stacked(read, layer, f"grabsystem-sin-{token}", [(i, 0) for i in range(len(files))], (sin_count, height, width))
-    white = _stacked(read, layer, f"grabsystem-white-{token}", [(i, 1) for i in range(len(files))],
-                     (white_count, height, width))
+    views = range(len(files))
+    sin = _stacked(read, layer, f"grabsystem-sin-{token}", [(i, 0) for i in views], (sin_count, height, width))
+    white = _stacked(read, layer, f"grabsystem-white-{token}", [(i, 1) for i in views], (white_count, height, width))
     rows = []
     for f, h in zip(files, heads):
         stem = os.path.basename(f)[:-len(".armraw")] if f.endswith(".armraw") else ""
@@ -300,18 +300,14 @@ def _preview_one(path: str, target: str, options: dict) -> Outcome:
 _TEMPORARY = re.compile(r".+\.tmp-\d+-\d+")
 
 
-def _sweep(folder: str) -> List[str]:
-    removed = []
+def _sweep(folder: str) -> None:
     for root, _, names in os.walk(folder):
         for name in names:
             if _TEMPORARY.fullmatch(name):
-                path = os.path.join(root, name)
                 try:
-                    os.remove(path)
-                    removed.append(path)
+                    os.remove(os.path.join(root, name))
                 except FileNotFoundError:
                     pass
-    return removed
 
 
 def _finish(outcomes: List[Outcome], out: str) -> List[Outcome]:

@@ -36,7 +36,8 @@ def write_views(folder, views, width, height, cameras=(3, 5), seed=0):
     ramp = np.add.outer(np.arange(height), np.arange(width)).astype(np.uint8)
     for v in views:
         count = len(cameras) * DIMS[0] * DIMS[1] * DIMS[2]
-        sin = (ramp[None] * (1 + np.arange(count)[:, None, None] % 3) + rng.integers(0, 4, (count, height, width))).astype(np.uint8)
+        noise = rng.integers(0, 4, (count, height, width))
+        sin = (ramp[None] * (1 + np.arange(count)[:, None, None] % 3) + noise).astype(np.uint8)
         white = np.stack([ramp + v] * len(cameras)).astype(np.uint8)
         grabsystem.write_arm_view(str(folder / f"{v}.armraw"), v, sin, white, list(cameras), DIMS)
     return folder
