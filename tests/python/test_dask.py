@@ -129,7 +129,8 @@ def test_arrays_are_the_views_and_runs_the_readers_give(archive, demo, client, t
 
 def test_jobs_write_the_trees_of_the_single_process_extractor_and_exporter(archive, demo, client, tmp_path):
     expected = reference_extraction(archive, tmp_path / "ref")
-    for name, how in (("cluster", {"client": client}), ("address", {"client": client.scheduler.address}),
+    for name, how in (("cluster", {"client": client}),
+                      ("address", {"client": client.scheduler.address, "progress": True}),
                       ("local", {"workers": 2})):
         outcomes = gd.extract(archive, tmp_path / name, **how)
         assert [o.status for o in outcomes] == ["written"] * 5
@@ -250,3 +251,10 @@ def test_the_readme_example_runs(archive, tmp_path):
     out = subprocess.run([sys.executable, str(tmp_path / "example.py"), str(archive), str(tmp_path / "bmp")],
                          check=True, capture_output=True, text=True).stdout
     assert out.count(": written, 50 files") == 5 and "(5, 48, 24, 40)" in out and "[3, 5]" in out
+
+
+def test_without_dask_the_module_stays_and_the_submodule_names_the_packages():
+    code = ("import sys; sys.modules['dask'] = None; import grabsystem; grabsystem.read_arm_header\n"
+            "try:\n    import grabsystem.dask\nexcept ImportError as e:\n    print(e)")
+    out = subprocess.run([sys.executable, "-c", code], check=True, capture_output=True, text=True).stdout
+    assert "apt-get install python3-dask python3-distributed" in out
