@@ -33,7 +33,7 @@ bool LoadBmpInto(IImgP& img, const char* path, Owned& pixels, uint64_t& count) {
     unsigned char* data = nullptr;
     unsigned width = 0, height = 0;
     ePixelFormatP format = DrasselSpace::ePixelFormatUnknown;
-    ImageIOToolP::LoadBMP(path, data, width, height, format);
+    ImageIOToolP::LoadBMP(path, data, width, height, format, img.GetEnv());
     pixels.reset(data);
     if (!img.SetSize(width, height, static_cast<uint8_t>(format), false)) return false;
     const uint64_t decoded = uint64_t{static_cast<uint32_t>(format)} * width * height;
@@ -54,7 +54,7 @@ bool SaveValueRaw(IImgP& img, const std::string& path) {
         format::EncodeValueRawHeader(w, width, height, channels, res.dY, res.dZ);
         const uint64_t held = std::min<uint64_t>(bytes, img.GetMemSize());
         if (held != 0) w.Raw(img.GetData(), static_cast<size_t>(held));
-        return FileToolP::SaveDataToFile(path, file.data(), file.size());
+        return FileToolP::SaveDataToFile(path, file.data(), file.size(), img.GetEnv());
     } catch (...) {
         return false;
     }
@@ -66,7 +66,7 @@ template <typename T>
 bool LoadValueRaw(IImgP& img, const std::string& path) {
     unsigned char* raw = nullptr;
     unsigned long long size = 0;
-    if (!FileToolP::LoadDataFromFile(path, raw, size)) return false;
+    if (!FileToolP::LoadDataFromFile(path, raw, size, img.GetEnv())) return false;
     Owned file(raw);
     const format::ValueRawView view = format::DecodeValueRaw(format::Bytes(file.get(), static_cast<size_t>(size)));
     if (!img.SetSize(view.width, view.height, static_cast<uint8_t>(view.channels), false)) return false;
@@ -95,7 +95,7 @@ bool CImg8P::_SaveBmp(const char* path) {
     const unsigned char* pixels = _PaddedPixels(read, padded);
     if (pixels == nullptr && read != 0) return false;
     return ImageIOToolP::SaveBMP(path, const_cast<unsigned char*>(pixels), GetWidth(), GetHeight(),
-                                 static_cast<ePixelFormatP>(GetChCnt()));
+                                 static_cast<ePixelFormatP>(GetChCnt()), GetEnv());
 }
 
 bool CImg8P::_LoadBmp(const char* path) {
@@ -132,7 +132,7 @@ bool CImgFloatP::_SaveBmp(const char* path) {
     // One rendering for the BMP and the preview sheets (see grey_render.h).
     std::unique_ptr<unsigned char[]> grey(new unsigned char[n == 0 ? 1 : n]);
     StretchToGrey(values, n, grey.get());
-    ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), DrasselSpace::ePixelFormatGray8);
+    ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), DrasselSpace::ePixelFormatGray8, GetEnv());
     return true;
 }
 
@@ -164,7 +164,8 @@ bool CImgMaskP::_SaveBmp(const char* path) {
     const uint64_t held = std::min<uint64_t>(count, GetMemSize());
     const unsigned char* mask = GetImg();
     for (uint64_t i = 0; i < count; ++i) grey[i] = i < held && mask[i] > 0 ? 255 : 0;
-    return ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()));
+    return ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()),
+                                 GetEnv());
 }
 
 bool CImgMaskP::_LoadBmp(const char* path) {

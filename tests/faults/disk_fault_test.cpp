@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "../arm/arm_test_support.h"
-#include "fault_env.h"
+#include "grabsystem/platform/fault_env.h"
 #include "grabsystem/arm/arm_image_extractor.h"
 #include "grabsystem/debug_package/debug_package_exporter.h"
 #include "grabsystem/format/image_io_tool.h"
@@ -187,7 +187,7 @@ protected:
     }
 
     grabsys_test::TempDir dir;  // first: the Env below forwards to its drive mapping
-    grabsys_test::FaultEnv env{platform::Env::Default()};
+    platform::FaultEnv env{platform::Env::Default()};
     platform::ScopedEnv installed{&env};
     const std::vector<Writer> writers = Writers();
 };
