@@ -26,14 +26,21 @@ uint64_t Values(const IImgP& img) { return uint64_t{img.GetChCnt()} * img.GetHei
 
 // Decodes a BMP and sizes the image to it, as the kinds that read BMPs do.
 // The decoder's result is not what decides: a file that does not decode
-// leaves no pixels and 0 x 0 x 0, and the image is sized to that. `count` is
+// leaves no pixels and 0 x 0 x 0, and the image is sized to that; a file
+// that cannot be read fails. `count` is
 // the number of decoded bytes that fit the buffer (memory mode 2 may keep a
 // smaller one than the geometry needs).
 bool LoadBmpInto(IImgP& img, const char* path, Owned& pixels, uint64_t& count) {
+    // A file that cannot be read is no file that does not decode: its load
+    // fails.
+    unsigned char* file = nullptr;
+    unsigned long long size = 0;
+    if (!FileToolP::LoadDataFromFile(path, file, size, img.GetEnv())) return false;
+    const Owned bytes(file);
     unsigned char* data = nullptr;
     unsigned width = 0, height = 0;
     ePixelFormatP format = DrasselSpace::ePixelFormatUnknown;
-    ImageIOToolP::LoadBMP(path, data, width, height, format, img.GetEnv());
+    ImageIOToolP::DecodeBMP(bytes.get(), size, data, width, height, format);
     pixels.reset(data);
     if (!img.SetSize(width, height, static_cast<uint8_t>(format), false)) return false;
     const uint64_t decoded = uint64_t{static_cast<uint32_t>(format)} * width * height;

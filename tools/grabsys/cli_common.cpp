@@ -97,6 +97,10 @@ GrabSystem::platform::Env* ToolEnv() {
 void SetBaseEnv(GrabSystem::platform::Env* env) {
     g_mapped.reset();
     g_base = env;
+#ifndef _WIN32
+    // The system's paths are cleaned as the default Env cleans them.
+    if (env != nullptr) g_mapped = std::make_unique<GrabSystem::platform::DriveMappingEnv>(env, "");
+#endif
 }
 
 std::string NativePath(const std::string& path) { return ToolEnv()->NativePath(path); }

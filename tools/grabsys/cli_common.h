@@ -65,7 +65,7 @@ struct StageSummary {
 };
 
 // The Env every command reads and writes through: the process default, or
-// the drive mapping UseDriveRoot made over the base Env.
+// a drive mapping over the base Env (rooted where UseDriveRoot says).
 GrabSystem::platform::Env* ToolEnv();
 // The Env beneath the tool (the system's by default; a test's fault-injecting
 // one). Forgets a drive root made over the previous one.
