@@ -145,11 +145,11 @@ void TrackingEnv::WriteFailed(const std::string& path, bool append, const Status
         if (!append) {
             if (m_whole.erase(path) != 0) --m_written;  // replaced by a failed write: no longer this call's
             m_broken.insert(path);
-        } else if (m_options.cleanUp && m_whole.erase(path) != 0) {
+        } else if (m_whole.erase(path) != 0) {
             // The target cut the append back: what stays is this call's
-            // pixels without their block.
+            // pixels without their block, no longer whole.
             --m_written;
-            remove = true;
+            remove = m_options.cleanUp;
         }
     }
     if (!remove) return;

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cstring>
+#include <functional>
 #include <filesystem>
 #include <string>
 #include <thread>
@@ -15,6 +17,9 @@
 
 #include "grabsystem/platform/fault_env.h"
 #include "grabsystem/platform/env.h"
+#include "grabsystem/platform/mem_env.h"
+#include "grabsystem/platform/tracking_env.h"
+#include "../arm/arm_test_support.h"
 #include "test_support.h"
 
 using namespace GrabSystem::platform;
@@ -336,4 +341,150 @@ TEST(Env, ThreadsRunAndDefaultsNest) {
         EXPECT_EQ(Env::Install(&outer), nullptr);
     }
     EXPECT_EQ(Env::Default(), env);
+}
+
+TEST(MemEnv, FilesLiveInFoldersGoIntoPlaceWholeAndNeverTouchTheDisk) {
+    TempDir dir;  // the drive root: nothing may appear in it
+    MemEnv mem(Env::System());
+    EXPECT_TRUE(Writable(&mem, "D://a//f") == nullptr);  // no such folder
+    ASSERT_TRUE(mem.CreateDirectories("D:\\a\\b\\").ok());
+    EXPECT_TRUE(mem.IsDirectory("D:/a") && mem.IsDirectory("D:") && !mem.FileExists("D:/a"));
+
+    auto file = Writable(&mem, "D://a//b//f");
+    ASSERT_TRUE(file != nullptr && Put(*file, "one"));
+    EXPECT_FALSE(mem.FileExists("D:/a/b/f"));  // not before Close
+    ASSERT_TRUE(file->Close().ok());
+    file = Writable(&mem, "D:\\a\\b\\f");
+    ASSERT_TRUE(Put(*file, "two"));
+    file->Abandon();  // the earlier file stays
+    file = Appendable(&mem, "D:/a/b/f");
+    ASSERT_TRUE(Put(*file, "+") && file->Close().ok());
+    file = Appendable(&mem, "D:/a/b/f");
+    ASSERT_TRUE(Put(*file, "lost"));
+    file.reset();  // dropped unclosed: the append is gone
+    std::unique_ptr<unsigned char[]> data;
+    uint64_t size = 0;
+    ASSERT_TRUE(mem.ReadFile("D:/a/b/f", data, size).ok());
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(data.get()), size), "one+");
+
+    EXPECT_EQ(Sorted(&mem, "D:/a/b"), std::vector<std::string>{"f"});
+    EXPECT_TRUE(Sorted(&mem, "D:/a").empty());  // folders are not files
+    std::vector<std::string> none;
+    EXPECT_TRUE(mem.ListFiles("D:/none", &none).IsNotFound());
+    EXPECT_FALSE(mem.CreateDirectories("D:/a/b/f/g").ok());  // a file in the way
+    EXPECT_FALSE(mem.ReadFile("D:/a/b", data, size).ok());
+    EXPECT_TRUE(mem.RenameFile("D:/a/b/f", "D:/a/g").ok());
+    EXPECT_TRUE(mem.FileExists("D:\\a\\g") && !mem.FileExists("D:/a/b/f"));
+    EXPECT_TRUE(mem.RemoveFile("D:/a/g").ok());
+    EXPECT_TRUE(mem.RemoveFile("D:/a/g").IsNotFound());
+
+    // The system's classes write and read through it as through a disk.
+    std::shared_ptr<GrabSystem::CImg8P> frame = grabsys_test::Frame(24, 16, 1);
+    frame->SetEnv(&mem);
+    ASSERT_TRUE(frame->SaveFile("D:\\a\\img.raw", VormexDataStructure::eImgFmtRaw));
+    GrabSystem::CImg8P back;
+    back.SetEnv(&mem);
+    ASSERT_TRUE(back.LoadFile("D:\\a\\img.raw"));
+    EXPECT_EQ(0, std::memcmp(back.GetImg(), frame->GetImg(), 24 * 16));
+    EXPECT_EQ(back.GetInfo().fileFormat, VormexDataStructure::eImgFmtRaw);
+    EXPECT_EQ(mem.FileCount(), 1u);
+    EXPECT_TRUE(grabsys_test::Tree(dir.Path()).empty());
+}
+
+// A call's own account: every failure named, no incomplete file left, and
+// nothing whole removed.
+TEST(TrackingEnv, NamesEveryFailureAndLeavesNoIncompleteFile) {
+    TempDir dir;
+    FaultEnv fault(Env::Default());
+    std::shared_ptr<GrabSystem::CImg8P> frame = grabsys_test::Frame(32, 8, 3);
+    const std::string bmp = dir.Path() + "/f.bmp";
+    const auto save = [&](Env* env) {
+        frame->SetEnv(env);
+        EXPECT_TRUE(frame->SaveBmp(bmp.c_str()));  // the system's answer, whatever happened
+        frame->SetEnv(nullptr);
+    };
+    save(&fault);
+    const std::vector<unsigned char> whole = ReadAll(bmp);
+    fs::remove(bmp);
+
+    struct Case {
+        const char* what;
+        std::function<void()> inject;
+        bool cleanUp;
+        const char* cause;   // of the first failure
+        bool left;           // a file stays at the path
+        size_t removed;
+    };
+    const Case cases[] = {
+        // The pixels fail: the system then appends the block to nothing,
+        // which its own files show as a block alone; the call's Env refuses.
+        {"pixels failing", [&] { fault.FailWrite(2); }, true, "nothing of it is left", false, 0},
+        {"pixels failing, kept as the system leaves it", [&] { fault.FailWrite(2); }, false, "nothing of it is left", true, 0},
+        // The block fails after whole pixels: the pixels go too.
+        {"block failing", [&] { fault.FailWrite(3); }, true, "write failed", false, 1},
+        {"block cut short, kept", [&] { fault.ShortWrite(3); }, false, "write cut short", true, 0},
+        {"folder refused", [&] { fault.RefuseFolder(dir.Path()); }, true, "nothing was written", false, 0},
+    };
+    for (const Case& c : cases) {
+        fault.Clear();
+        c.inject();
+        TrackingEnv call(&fault, TrackingEnv::Options{c.cleanUp, false});
+        save(&call);
+        ASSERT_FALSE(call.ok()) << c.what;
+        const Status first = call.status();
+        EXPECT_EQ(first.subject(), bmp) << c.what;
+        EXPECT_NE(first.cause().find(c.cause), std::string::npos) << c.what << ": " << first.ToString();
+        EXPECT_EQ(call.FilesFailed(), 1u) << c.what;
+        EXPECT_EQ(call.FilesWritten(), 0u) << c.what;
+        EXPECT_EQ(fs::exists(bmp), c.left) << c.what;
+        EXPECT_EQ(call.Removed().size(), c.removed) << c.what;
+        fs::remove(bmp);
+    }
+
+    // An earlier file that a failed write could not replace stays, and the
+    // message says so; a whole file counts as written.
+    grabsys_test::WriteAll(bmp, whole);
+    fault.Clear();
+    fault.FailWrite(1);
+    TrackingEnv call(&fault);
+    save(&call);
+    EXPECT_NE(call.status().cause().find("the earlier file of that name stays"), std::string::npos)
+        << call.status().ToString();
+    EXPECT_EQ(ReadAll(bmp), whole);
+    fault.Clear();
+    TrackingEnv again(&fault);
+    save(&again);
+    EXPECT_TRUE(again.ok() && again.FilesWritten() == 1 && ReadAll(bmp) == whole);
+
+    // A sync only when asked, and its failure reported; reads are heard too.
+    fault.Clear();
+    fault.FailSync(1);
+    TrackingEnv synced(&fault, TrackingEnv::Options{true, true});
+    save(&synced);
+    EXPECT_NE(synced.status().cause().find("failed to sync"), std::string::npos) << synced.status().ToString();
+    EXPECT_EQ(fault.Syncs(), 1u);
+    std::unique_ptr<unsigned char[]> data;
+    uint64_t size = 0;
+    EXPECT_TRUE(synced.ReadFile(dir.Path() + "/missing", data, size).IsNotFound());
+    EXPECT_EQ(synced.Failures().size(), 2u);
+}
+
+TEST(TrackingEnv, CountsTheWritesOfManyThreadsOnce) {
+    TempDir dir;
+    FaultEnv fault(Env::System());
+    fault.FailWrite(123);
+    TrackingEnv call(&fault);
+    std::vector<std::thread> writers;
+    for (int t = 0; t < 4; ++t)
+        writers.emplace_back([&, t] {
+            for (int f = 0; f < 25; ++f) {
+                auto file = Writable(&call, dir.Path() + "/" + std::to_string(t) + "_" + std::to_string(f));
+                if (file != nullptr && Put(*file, "a") && Put(*file, "b")) static_cast<void>(file->Close());
+            }
+        });
+    for (std::thread& writer : writers) writer.join();
+    EXPECT_EQ(call.FilesWritten(), 99u);
+    EXPECT_EQ(call.FilesFailed(), 1u);
+    EXPECT_EQ(call.Failures().size(), 1u);
+    EXPECT_EQ(grabsys_test::Tree(dir.Path()).size(), 99u);
 }
