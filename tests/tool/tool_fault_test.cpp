@@ -245,3 +245,37 @@ TEST_F(ToolFaults, EveryWritingCommandReportsARealFullAndReadOnlyTmpfs) {
     }
 #endif
 }
+
+// A command whose input fails to open or to read, or reads short, stops
+// with an error naming the input and the cause.
+TEST_F(ToolFaults, EveryReadingCommandNamesTheInputThatFailed) {
+    grabsys_test::TempDir scratch;
+    FaultEnv env(Env::System());
+    grabsys::SetBaseEnv(&env);
+    const std::string out = scratch.Path() + "/read_out";
+    const std::vector<std::pair<std::string, std::vector<std::string>>> commands{
+        {"0.armraw", {"info", In("demo/armraw/0.armraw")}},
+        {"image.dbg", {"info", In("demo/packages/image.dbg")}},
+        {"armraw", {"arm", "list", In("demo/armraw")}},
+        {"0.armraw", {"arm", "extract", In("demo/armraw"), "-o", out}},
+        {"general.dbg", {"package", "export", In("demo/packages/general.dbg"), "--root", out}},
+        {"frame0.raw", {"preview", In("demo/frame0.raw"), "-o", out + "/s.png"}},
+    };
+    for (const auto& [input, args] : commands) {
+        env.Clear();
+        ASSERT_EQ(Grabsys(args).code, 0) << args[0] << " " << input;
+        const uint64_t opens = env.Opens(), reads = env.Reads();
+        for (int fault = 0; fault < 3; ++fault) {
+            const std::string what = args[0] + " " + args[1] + " with " + input + (fault == 0 ? " not opening" : fault == 1 ? " failing" : " read short");
+            env.Clear();
+            if (fault == 0) env.FailOpen(opens);
+            if (fault == 1) env.FailRead(reads);
+            if (fault == 2) env.ShortRead(reads);
+            if (fault != 0 && reads == 0) continue;  // a folder is only listed
+            const Outcome r = Grabsys(args);
+            EXPECT_NE(r.code, 0) << what;
+            EXPECT_TRUE(std::regex_search(r.err, std::regex("grabsys: [^\n]*" + input + "[^\n]*injected fault")))
+                << what << ": " << r.err;
+        }
+    }
+}
