@@ -87,7 +87,16 @@ struct Command {
     std::string name;
     std::function<std::vector<std::string>(const std::string& out)> args;
     std::function<void(const Outcome&, const Files& clean, const Files& left)> counts;
+    // Where its files land, when not in the output folder: on Windows the
+    // export writes to drive D: itself (the test runner's scratch drive).
+    bool onDriveD = false;
 };
+
+// Empties the folder (a drive's root stays), making it first if need be.
+void Reset(const std::string& folder) {
+    fs::create_directories(folder);
+    for (const auto& entry : fs::directory_iterator(folder)) fs::remove_all(entry.path());
+}
 
 class ToolFaults : public ::testing::Test {
 protected:
@@ -119,11 +128,11 @@ protected:
              [](const Outcome& r, const Files&, const Files& left) {
                  EXPECT_EQ(Number(r.out, "(\\d+) files written"), left.size()) << r.out;
                  EXPECT_GE(Number(r.out, "(\\d+) failed"), 1u) << r.out;
-             }},
+             }, true},
             {"package export general", [](const std::string& out) { return std::vector<std::string>{"package", "export", In("demo/packages/general.dbg"), "--root", out}; },
              [](const Outcome& r, const Files&, const Files& left) {
                  EXPECT_EQ(Number(r.out, "(\\d+) files written"), left.size()) << r.out;
-             }},
+             }, true},
             {"package create", [](const std::string& out) { return std::vector<std::string>{"package", "create", "--from", In("demo/armbmp/Cam0Q/0"), "-o", out + "/p.dbg"}; },
              none},
             {"package create general", [](const std::string& out) { return std::vector<std::string>{"package", "create", "--general", "--project", In("project.fpz"), "--from", In("demo/armbmp/Cam0Q/0"), "-o", out + "/p.dbg"}; },
@@ -176,12 +185,17 @@ TEST_F(ToolFaults, EveryWritingCommandReportsAFullDiskAShortWriteARefusedFolderA
     grabsys_test::TempDir scratch;
     FaultEnv env(Env::System());
     grabsys::SetBaseEnv(&env);
-    const std::string root = scratch.Path() + "/fault_out";
+    const std::string out = scratch.Path() + "/fault_out";
     for (const Command& c : Commands()) {
-        fs::remove_all(root);
-        fs::create_directories(root);
+#ifdef _WIN32
+        const std::string root = c.onDriveD ? scratch.File("D/") : out;
+#else
+        const std::string root = out;
+#endif
+        Reset(out);
+        Reset(root);
         env.Clear();
-        const Outcome ok = Grabsys(c.args(root));
+        const Outcome ok = Grabsys(c.args(out));
         ASSERT_EQ(ok.code, 0) << c.name << ": " << ok.err;
         const Files clean = Left(root);
         const uint64_t appends = env.Appends();
@@ -201,11 +215,11 @@ TEST_F(ToolFaults, EveryWritingCommandReportsAFullDiskAShortWriteARefusedFolderA
         };
         for (const Fault& f : faults) {
             const std::string what = c.name + " on " + f.what;
-            fs::remove_all(root);
-            fs::create_directories(root);
+            Reset(out);
+            Reset(root);
             env.Clear();
             f.apply();
-            std::vector<std::string> args = c.args(root);
+            std::vector<std::string> args = c.args(out);
             if (f.sync) args.insert(args.begin(), "--sync");
             const Outcome r = Grabsys(args);
             ExpectReported(c, r, clean, Left(root), root, f.cause, what);
