@@ -233,14 +233,14 @@ void ExportPackages(const std::vector<std::string>& paths, int threads) {
         exported = exporter.ExprotPackage(paths);
     }
     RaiseFailures(files);
-    if (exported) return;
-    // Name the package that does not load, and why, when the reader can.
+    // Name the package that does not load, or that the system exported only
+    // as far as it reads it, and why.
     for (const std::string& path : paths) {
         GrabSystem::capture::PackageContent content;
         const GrabSystem::Status status = GrabSystem::capture::ReadPackage(path, content);
-        if (!status.ok()) Fail(path, status);
+        if (!exported ? !status.ok() : status.IsCorruption()) Fail(path, status);
     }
-    Fail(paths.front(), "the export failed");
+    if (!exported) Fail(paths.front(), "the export failed");
 }
 
 }  // namespace
@@ -382,8 +382,9 @@ void BindGrab(py::module_& m) {
           "Exports debug packages to the BMP input tree under D://ImgTest//CamImgInput (see\n"
           "set_drive_root) through the library's ExprotPackage: one package into Cam<c>\n"
           "folders, several into Cam<c>_<i>. Raises FileError naming a package that does not\n"
-          "load, or the first file that could not be read or written, and its cause (files\n"
-          "that failed are never left half written).");
+          "load or was exported only in part (damaged, cut short), or the first file that\n"
+          "could not be read or written, and its cause (files that failed are never left\n"
+          "half written).");
 }
 
 }  // namespace grabsys_py

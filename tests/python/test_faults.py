@@ -142,3 +142,12 @@ def test_write_image_package_refuses_exactly_the_runs_its_placement_cannot_hold(
     # Equal runs, the rule's own case, and empty frames are held too.
     grabsystem.write_image_package(str(path), [(a, 0, 0), (a + 1, 0, 1), (np.zeros((0, 4, 4), np.uint8), 2, 0)])
     assert [f.shape[0] for f in grabsystem.read_package(str(path)).frames] == [3, 3, 0]
+
+
+def test_export_packages_names_a_package_it_could_export_only_in_part(demo, out):
+    cut = out.parent / "cut.dbg"
+    cut.write_bytes((demo / "packages" / "general.dbg").read_bytes()[:3000])
+    (out / "D" / "vormex").mkdir(parents=True)  # the project file's folder, as on a scanner
+    with pytest.raises(grabsystem.FileError, match="general package") as raised:
+        grabsystem.export_packages([str(cut)])
+    assert raised.value.filename == str(cut)

@@ -221,8 +221,17 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
     }
     int status = ReportFiles(files);
     if (!ok)
-        status = Fail("a package failed to load (damaged, truncated, unreadable or not a debug package)" +
-                      std::string(o.files.size() > 1 ? "; packages exported before it stay in the tree" : ""));
+        return Fail("a package failed to load (damaged, truncated, unreadable or not a debug package)" +
+                    std::string(o.files.size() > 1 ? "; packages exported before it stay in the tree" : ""));
+    // The system exports a damaged package as far as it reads it, and says
+    // so only when it cannot load it at all: the strict reader names the
+    // damage.
+    for (const std::string& file : o.files) {
+        capture::PackageContent content;
+        const Status checked = capture::ReadPackage(file, content, &files);
+        if (checked.IsCorruption())
+            status = Fail(checked.ToString() + " (exported as far as the system reads it)");
+    }
     return status;
 }
 
