@@ -219,19 +219,22 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
                       << exporter.GetProjectFileSize() << " bytes\n";
         std::cout << files.FilesWritten() << " files written, " << files.FilesFailed() << " failed\n";
     }
-    int status = ReportFiles(files);
-    if (!ok)
+    if (!ok) {
+        ReportFiles(files);
         return Fail("a package failed to load (damaged, truncated, unreadable or not a debug package)" +
                     std::string(o.files.size() > 1 ? "; packages exported before it stay in the tree" : ""));
+    }
     // The system exports a damaged package as far as it reads it, and says
     // so only when it cannot load it at all: the strict reader names the
     // damage.
+    std::vector<Status> damaged;
     for (const std::string& file : o.files) {
         capture::PackageContent content;
         const Status checked = capture::ReadPackage(file, content, &files);
-        if (checked.IsCorruption())
-            status = Fail(checked.ToString() + " (exported as far as the system reads it)");
+        if (checked.IsCorruption()) damaged.push_back(checked);
     }
+    int status = ReportFiles(files);
+    for (const Status& d : damaged) status = Fail(d.ToString() + " (exported as far as the system reads it)");
     return status;
 }
 
