@@ -6,6 +6,7 @@
 
 #include "common.h"
 #include "grabsystem/platform/env.h"
+#include "grabsystem/platform/fault_env.h"
 
 namespace grabsys_py {
 namespace {
@@ -17,8 +18,7 @@ using VormexDataStructure::ImgProcCmd;
 // Made once and never released: it must outlive the module's statics.
 py::handle g_fileError;
 
-// Saves install their watch as the process's default Env; one at a time, or
-// a save could restore a default that another still needs.
+// set_drive_root replaces the default Env; one call at a time.
 std::mutex g_envMutex;
 std::unique_ptr<GrabSystem::platform::DriveMappingEnv> g_driveRoot;
 
@@ -47,6 +47,58 @@ void SetDriveRoot(const std::string& root) {
     }
     g_driveRoot = std::make_unique<GrabSystem::platform::DriveMappingEnv>(GrabSystem::platform::Env::System(), root);
     GrabSystem::platform::Env::Install(g_driveRoot.get());
+}
+
+// Faults injected into every file the module touches, for the tests of how
+// each function reports them: installed as the default Env while in a with
+// block, over the default it found.
+class FaultInjection {
+public:
+    void Enter() {
+        std::lock_guard<std::mutex> lock(g_envMutex);
+        if (m_env) throw py::value_error("faults are already being injected by this object");
+        m_env = std::make_unique<GrabSystem::platform::FaultEnv>(GrabSystem::platform::Env::Default());
+        m_previous = GrabSystem::platform::Env::Install(m_env.get());
+    }
+    void Exit() {
+        std::lock_guard<std::mutex> lock(g_envMutex);
+        if (!m_env) return;
+        GrabSystem::platform::Env::Install(m_previous);
+        m_env.reset();
+    }
+    GrabSystem::platform::FaultEnv& Env() {
+        if (!m_env) throw py::value_error("faults are injected only inside the with block");
+        return *m_env;
+    }
+
+private:
+    std::unique_ptr<GrabSystem::platform::FaultEnv> m_env;
+    GrabSystem::platform::Env* m_previous = nullptr;
+};
+
+void BindFaultInjection(py::module_& m) {
+    using GrabSystem::platform::FaultEnv;
+    py::class_<FaultInjection>(m, "_FaultInjection",
+                               "For tests: a with block in which the module's files meet injected faults\n"
+                               "(see the C++ FaultEnv). Counts are 1-based from the last clear().")
+        .def(py::init<>())
+        .def("__enter__", [](py::object self) {
+            self.cast<FaultInjection&>().Enter();
+            return self;
+        })
+        .def("__exit__", [](FaultInjection& f, py::args) { f.Exit(); })
+        .def("fail_write", [](FaultInjection& f, uint64_t n) { f.Env().FailWrite(n); })
+        .def("short_write", [](FaultInjection& f, uint64_t n) { f.Env().ShortWrite(n); })
+        .def("fill_disk_after", [](FaultInjection& f, uint64_t bytes) { f.Env().FillDiskAfter(bytes); })
+        .def("fail_sync", [](FaultInjection& f, uint64_t n) { f.Env().FailSync(n); })
+        .def("refuse_folder", [](FaultInjection& f, const std::string& dir) { f.Env().RefuseFolder(dir); })
+        .def("fail_open", [](FaultInjection& f, uint64_t n) { f.Env().FailOpen(n); })
+        .def("fail_read", [](FaultInjection& f, uint64_t n) { f.Env().FailRead(n); })
+        .def("short_read", [](FaultInjection& f, uint64_t n) { f.Env().ShortRead(n); })
+        .def("clear", [](FaultInjection& f) { f.Env().Clear(); })
+        .def_property_readonly("appends", [](FaultInjection& f) { return f.Env().Appends(); })
+        .def_property_readonly("opens", [](FaultInjection& f) { return f.Env().Opens(); })
+        .def_property_readonly("reads", [](FaultInjection& f) { return f.Env().Reads(); });
 }
 
 }  // namespace
@@ -115,12 +167,20 @@ void ApplyInfo(const py::handle& handle, CImgInfo& info) {
     }
 }
 
-bool WatchedWrite(const std::function<bool()>& save) {
-    py::gil_scoped_release release;
-    std::lock_guard<std::mutex> lock(g_envMutex);
-    GrabSystem::platform::WriteWatch watch;
-    const bool answer = save();
-    return answer && watch.Finished();
+void Fail(const std::string& path, const GrabSystem::Status& status) {
+    Fail(status.subject().empty() ? path : status.subject(), status.cause());
+}
+
+CallFiles::CallFiles() : TrackingEnv(GrabSystem::platform::Env::Default()) {}
+
+void RaiseFailures(const CallFiles& files) {
+    const std::vector<GrabSystem::Status> failures = files.Failures();
+    if (failures.empty()) return;
+    std::string cause = failures.front().cause();
+    if (failures.size() > 1)
+        cause += " (and " + std::to_string(failures.size() - 1) + " more failure" + (failures.size() == 2 ? "" : "s") +
+                 ", " + std::to_string(files.FilesFailed()) + " files not written in all)";
+    Fail(failures.front().subject(), cause);
 }
 
 }  // namespace grabsys_py
@@ -168,5 +228,6 @@ class FileError(OSError):
     grabsys_py::BindCapture(m);
     grabsys_py::BindGrab(m);
     grabsys_py::BindPreview(m);
+    grabsys_py::BindFaultInjection(m);
     m.attr("__name__") = name;
 }

@@ -14,6 +14,8 @@
 
 namespace grabsys {
 
+using GrabSystem::Status;
+
 namespace {
 
 struct DemoOptions {
@@ -45,9 +47,12 @@ int RunDemo(DemoOptions o, const Output& output) {
     std::error_code ec;
     if (o.outDir.empty())
         o.outDir = (fs::temp_directory_path() / ("grabsys_demo_" + std::to_string(std::random_device{}()))).string();
-    fs::create_directories(o.outDir, ec);
-    if (!fs::is_directory(o.outDir, ec)) return Fail(o.outDir + ": cannot create the output folder");
-    o.outDir = fs::absolute(o.outDir).string();
+    const Status made = ToolEnv()->CreateDirectories(o.outDir);
+    if (!made.ok()) return Fail(made.ToString());
+    o.outDir = fs::absolute(o.outDir, ec).string();
+    // The packages' drive paths map into the output folder.
+    UseDriveRoot(o.outDir);
+    CommandFiles files(output);
     o.grab.outputDir = o.arm.outputDir = o.packages.outputDir = o.outDir;
     o.packages.cameras = o.arm.cameras;
     o.packages.threads = o.arm.threads;
@@ -56,14 +61,15 @@ int RunDemo(DemoOptions o, const Output& output) {
     std::ostream& out = output.quiet ? static_cast<std::ostream&>(quiet) : std::cout;
     std::vector<StageSummary> summary;
     out << "Device memory: " << Zentrik::CDeviceManager::Describe() << "\n\n";
-    bool ok = RunGrabDemo(o.grab, out, summary);
-    if (!ok) Fail("demo: frames were corrupted on the grab path");
+    bool ok = RunGrabDemo(o.grab, &files, out, summary);
+    if (!ok) Fail("demo: frames were corrupted on the grab path, or their files were not written");
     out << "\n";
-    if (!RunArmDemo(o.arm, out, summary)) ok = !Fail("demo: arm frames did not come back as captured");
+    if (!RunArmDemo(o.arm, &files, out, summary)) ok = !Fail("demo: arm frames did not come back as captured");
     out << "\n";
-    if (!RunPackageDemo(o.packages, out, summary)) ok = !Fail("demo: package frames did not come back as bundled");
+    if (!RunPackageDemo(o.packages, &files, out, summary)) ok = !Fail("demo: package frames did not come back as bundled");
 
     PrintSummary(summary);
+    if (ReportFiles(files) != 0) ok = false;
     std::cout << (ok ? "all frames verified bit for bit" : "VERIFICATION FAILED") << "\n";
     return ok ? 0 : 1;
 }

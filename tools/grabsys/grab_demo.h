@@ -28,6 +28,8 @@ struct GrabDemoOptions {
 // attribute; the consumer fetches them with GetImg, saves a few as raw and
 // BMP files, loads those back, and releases with ReleaseUsingStatus.
 // Returns false when a frame or a reloaded file did not hold what was pushed.
-bool RunGrabDemo(const GrabDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
+// Every file goes through `env`.
+bool RunGrabDemo(const GrabDemoOptions& options, GrabSystem::platform::Env* env, std::ostream& out,
+                 std::vector<StageSummary>& summary);
 
 }  // namespace grabsys
