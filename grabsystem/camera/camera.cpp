@@ -202,8 +202,8 @@ void Camera::Run() {
             const Status alive = m_device->Probe();
             if (!alive.ok()) {
                 m_vanished = true;
-                Fail(Status::TimedOut(Name(), "no frame for " + std::to_string(quiet) +
-                                                  " ms and it no longer answers: " + alive.cause()));
+                Fail(Status::TimedOut(Name(), "no frame for " + std::to_string(quiet) + " ms and it no longer answers (" +
+                                                  alive.cause() + ")"));
                 break;
             }
             quietSince = m_env->NowMs();

@@ -9,9 +9,10 @@
 // Nothing is lost in silence: every frame the camera sent is counted once
 // in Counters() (see camera_counters.h): pushed, refused by the pool,
 // overwritten in it, arrived incomplete, or missed. A camera that stops
-// answering ends the stream within the frame timeout plus one probe of the
-// camera (a GigE Vision read gives up after about 2.5 s), with a TimedOut
-// status naming it; nothing waits without a limit.
+// answering ends the stream within the frame timeout plus one read of the
+// camera that fails (GigE Vision gives a read 2.5 s, up to twice that when
+// its heartbeat holds the control channel), with a TimedOut status naming
+// it; nothing waits without a limit.
 //
 // Pixel formats: Mono8 into 8-bit pools, Mono16 into 16-bit pools; any
 // other format, or a pool of the other depth, is refused naming the camera.

@@ -99,7 +99,7 @@ public:
     }
     Status Probe() override {
         std::lock_guard<std::mutex> lock(m_script.mutex);
-        return m_script.probesAnswered-- > 0 ? Status::OK() : Status::IOError(m_name, "no longer answers (read timeout)");
+        return m_script.probesAnswered-- > 0 ? Status::OK() : Status::TimedOut(m_name, "read timeout");
     }
 
 private:
@@ -234,7 +234,7 @@ TEST(CameraAccounting, ACameraThatStopsAnsweringEndsTheStreamNamingIt) {
     const Status error = camera.Error();
     EXPECT_TRUE(error.IsTimedOut());
     EXPECT_EQ(error.subject(), "scripted camera");
-    EXPECT_NE(error.cause().find("no frame for 500 ms and it no longer answers"), std::string::npos) << error.cause();
+    EXPECT_EQ(error.cause(), "no frame for 500 ms and it no longer answers (read timeout)");
     EXPECT_EQ(camera.Counters().timeouts, 4u);
     EXPECT_EQ(camera.Counters().pushed, 2u);
     EXPECT_TRUE(camera.Stop().IsTimedOut());

@@ -281,7 +281,8 @@ public:
     Status Probe() override {
         Error error;
         arv_camera_get_integer(m_camera.get(), "Width", error.Out());
-        return error ? Fail("no longer answers", error) : Status::OK();
+        if (!error) return Status::OK();
+        return error.IsTimeout() ? Status::TimedOut(m_name, error.Message()) : Status::IOError(m_name, error.Message());
     }
 
 private:
