@@ -83,7 +83,7 @@ Status Camera::Configure(const CameraSettings& settings) {
 }
 
 Status Camera::Start(CImgPoolCtrlP& pool, const StreamOptions& options) {
-    if (m_thread != nullptr) return Status::InvalidArgument(Name(), "already streams");
+    if (m_thread != nullptr) return Status::InvalidArgument(Name(), "already streams (or its stream ended and was not stopped)");
     CameraDescription d;
     Status s = m_device->Describe(d);
     if (!s.ok()) return s;
@@ -222,7 +222,7 @@ bool Camera::Handle(const platform::CameraFrame& frame) {
     AtomicCounters& c = *m_counters;
     const FrameSequence::Placed placed = m_sequence->Place(frame.frameId);
     if (placed.late && c.missed.load() > 0) {
-        AtomicCounters::Add(c.missed, uint64_t(0) - 1);
+        c.missed.store(c.missed.load() - 1);  // it was counted missed when a later frame came first
     } else {
         AtomicCounters::Add(c.missed, placed.skipped);
         AtomicCounters::Add(c.sent, placed.skipped + 1);

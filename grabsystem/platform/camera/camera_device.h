@@ -22,7 +22,6 @@
 #include <string>
 #include <vector>
 
-#include "grabsystem/grabsystem_export.h"
 #include "grabsystem/platform/camera/camera_description.h"
 #include "grabsystem/platform/status.h"
 
@@ -89,20 +88,20 @@ public:
 };
 
 // Whether this build has camera support (Aravis).
-GRABSYSTEM_EXPORT bool CameraSupport();
+bool CameraSupport();
 
-GRABSYSTEM_EXPORT Status OpenSimulatedCamera(const std::string& serial, std::unique_ptr<CameraDevice>& device);
-GRABSYSTEM_EXPORT Status OpenCameraAtAddress(const std::string& address, std::unique_ptr<CameraDevice>& device);
-GRABSYSTEM_EXPORT Status OpenCameraById(const std::string& id, bool discover, std::unique_ptr<CameraDevice>& device);
+Status OpenSimulatedCamera(const std::string& serial, std::unique_ptr<CameraDevice>& device);
+Status OpenCameraAtAddress(const std::string& address, std::unique_ptr<CameraDevice>& device);
+Status OpenCameraById(const std::string& id, bool discover, std::unique_ptr<CameraDevice>& device);
 // USB3 Vision cameras, and GigE Vision ones only with `discover` (which
 // broadcasts on every interface).
-GRABSYSTEM_EXPORT Status ListCameraDevices(bool discover, std::vector<CameraDescription>& cameras);
+Status ListCameraDevices(bool discover, std::vector<CameraDescription>& cameras);
 
 // A GigE Vision camera simulated on the loopback interface: real GVCP and
 // GVSP over UDP, for tests and benchmarks. It binds the fixed GVCP port
 // 3956 of 127.0.0.1, so one runs at a time on a machine: Start fails when
 // the port is taken (a camera answering with another serial).
-class GRABSYSTEM_EXPORT GigECameraSimulator {
+class GigECameraSimulator {
 public:
     virtual ~GigECameraSimulator() = default;  // the camera vanishes
     static Status Start(const std::string& serial, std::unique_ptr<GigECameraSimulator>& simulator);
