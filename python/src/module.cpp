@@ -165,7 +165,7 @@ class FileError(OSError):
 class CameraError(OSError):
     """A camera could not be opened, set or streamed: .camera names it, .cause says why, .code is the kind."""
 
-    def __init__(self, camera, cause, code):
+    def __init__(self, camera, cause, code=""):
         super().__init__(cause)
         self.camera = camera
         self.cause = cause
