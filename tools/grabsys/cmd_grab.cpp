@@ -166,7 +166,7 @@ private:
 class ViewWriter {
 public:
     ViewWriter(const GrabOptions& o, uint32_t width, uint32_t height)
-        : m_o(o), m_width(width), m_height(height),
+        : m_o(o),
           m_sinPerView(o.cameras * o.sinDims[0] * o.sinDims[1] * o.sinDims[2]),
           m_whitePerView(o.white < 0 ? o.cameras : static_cast<uint32_t>(o.white)) {
         const size_t bytes = size_t{width} * height;
@@ -221,7 +221,6 @@ private:
     }
 
     const GrabOptions& m_o;
-    uint32_t m_width, m_height;
     uint32_t m_sinPerView, m_whitePerView;
     std::vector<std::vector<uint8_t>> m_pixels;
     std::vector<std::unique_ptr<GrabSystem::CImg8P>> m_images;
