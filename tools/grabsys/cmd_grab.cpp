@@ -388,7 +388,7 @@ void PrintJson(const GrabOptions& o, const GrabResult& r, const std::string& nam
     std::cout << ", \"error\": " << (r.error.ok() ? "null" : Quote(r.error.ToString())) << "}\n";
 }
 
-// Checks what CLI11 cannot and fills in the spec and settings.
+// Checks what CLI11 cannot, and fills in which camera to open and how to set it.
 Status Prepare(GrabOptions& o) {
     if (!o.address.empty()) {
         o.spec = CameraSpec::Address(o.address);
