@@ -6,6 +6,8 @@
 #include "grabsystem/arm/arm_image_output_memory.h"
 #include "grabsystem/arm/arm_image_output_mng.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
+#include "grabsystem/camera/camera.h"
+#include "grabsystem/camera/simulated_pattern.h"
 #include "grabsystem/capture/capture_reader.h"
 #include "grabsystem/capture/ffc_file.h"
 #include "grabsystem/debug_package/debug_img_package.h"

@@ -11,10 +11,12 @@ what C++ callers write: write_image, write_float_raw, write_ffc_tables,
 write_arm_view (or ArmOutputManager.add_view), write_image_package,
 write_general_package. ImagePool takes frames from any buffer; ArmExtractor and
 export_packages turn captures back into BMP trees; contact_sheet and
-folder_sheet give the pictures of grabsys preview as arrays.
+folder_sheet give the pictures of grabsys preview as arrays. Camera streams
+a GenICam camera (through Aravis) into an ImagePool, counting every frame.
 
 A file that cannot be read or written raises FileError (an OSError) naming the
-file and the cause. Outcomes that are normal while grabbing return False or
+file and the cause; a camera that cannot be opened, set or streamed raises
+CameraError (an OSError) naming the camera and the cause. Outcomes that are normal while grabbing return False or
 None instead: a push no image can take, a serial no longer in the pool.
 """
 
@@ -23,15 +25,20 @@ from ._core import (
     ArmExtractor,
     ArmOutputManager,
     ArmView,
+    Camera,
+    CameraError,
     FileError,
     Image,
     ImagePool,
     Package,
     PackageRecord,
     PoolImage,
+    camera_support,
+    check_simulated_pattern,
     export_packages,
     contact_sheet,
     folder_sheet,
+    list_cameras,
     read_arm_view,
     read_ffc_tables,
     read_float_raw,
@@ -51,15 +58,20 @@ __all__ = [
     "ArmExtractor",
     "ArmOutputManager",
     "ArmView",
+    "Camera",
+    "CameraError",
     "FileError",
     "Image",
     "ImagePool",
     "Package",
     "PackageRecord",
     "PoolImage",
+    "camera_support",
+    "check_simulated_pattern",
     "export_packages",
     "contact_sheet",
     "folder_sheet",
+    "list_cameras",
     "read_arm_view",
     "read_ffc_tables",
     "read_float_raw",

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "grabsystem/format/data_structure.h"
+#include "grabsystem/image/img_pool_ctrl.h"
 #include "grabsystem/platform/status.h"
 #include "grabsystem/platform/tracking_env.h"
 
@@ -44,6 +45,13 @@ py::array_t<T, py::array::c_style> Contiguous(const py::handle& array, const cha
     return a;
 }
 
+// grabsystem.CameraError, an OSError whose camera and cause come from the
+// status (ValueError for an argument that names no camera).
+[[noreturn]] void Raise(const GrabSystem::Status& status);
+
+// The pool inside a grabsystem.ImagePool (TypeError for anything else).
+GrabSystem::CImgPoolCtrlP& PoolOf(const py::handle& imagePool);
+
 py::dict InfoToDict(const VormexDataStructure::CImgInfo& info);
 // Sets the descriptive fields a dict names (camera, frame attribute,
 // resolution, alignments, processing log, status); unknown keys are an error.
@@ -66,5 +74,6 @@ void BindFiles(py::module_& m);
 void BindCapture(py::module_& m);
 void BindGrab(py::module_& m);
 void BindPreview(py::module_& m);
+void BindCamera(py::module_& m);
 
 }  // namespace grabsys_py

@@ -245,6 +245,8 @@ void ExportPackages(const std::vector<std::string>& paths, int threads) {
 
 }  // namespace
 
+GrabSystem::CImgPoolCtrlP& PoolOf(const py::handle& imagePool) { return imagePool.cast<ImagePool&>().Pool(); }
+
 void BindGrab(py::module_& m) {
     py::class_<PoolImage>(m, "PoolImage",
                           "An image taken from an ImagePool by serial. `pixels` views the pool's memory\n"

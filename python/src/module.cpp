@@ -15,8 +15,9 @@ using VormexDataStructure::CImgInfo;
 using VormexDataStructure::ImgAlignment;
 using VormexDataStructure::ImgProcCmd;
 
-// Made once and never released: it must outlive the module's statics.
+// Made once and never released: they must outlive the module's statics.
 py::handle g_fileError;
+py::handle g_cameraError;
 
 // set_drive_root replaces the default Env; one call at a time.
 std::mutex g_envMutex;
@@ -105,6 +106,13 @@ void BindFaultInjection(py::module_& m) {
 
 void Fail(const std::string& path, const std::string& cause) {
     PyErr_SetObject(g_fileError.ptr(), py::make_tuple(path, cause).ptr());
+    throw py::error_already_set();
+}
+
+void Raise(const GrabSystem::Status& status) {
+    if (status.subject().empty() && status.IsInvalidArgument()) throw py::value_error(status.cause());
+    PyErr_SetObject(g_cameraError.ptr(),
+                    py::make_tuple(status.subject(), status.cause(), GrabSystem::CodeName(status.code())).ptr());
     throw py::error_already_set();
 }
 
@@ -212,9 +220,27 @@ class FileError(OSError):
 
     def __reduce__(self):
         return (type(self), (self.filename, self.cause))
+
+
+class CameraError(OSError):
+    """A camera could not be opened, set or streamed: .camera names it, .cause says why, .code is the kind."""
+
+    def __init__(self, camera, cause, code=""):
+        super().__init__(cause)
+        self.camera = camera
+        self.cause = cause
+        self.code = code
+
+    def __str__(self):
+        return f"{self.camera}: {self.cause}" if self.camera else self.cause
+
+    def __reduce__(self):
+        return (type(self), (self.camera, self.cause, self.code))
 )", scope);
     grabsys_py::g_fileError = py::object(scope["FileError"]).release();
     m.attr("FileError") = grabsys_py::g_fileError;
+    grabsys_py::g_cameraError = py::object(scope["CameraError"]).release();
+    m.attr("CameraError") = grabsys_py::g_cameraError;
     m.def("set_drive_root", &grabsys_py::SetDriveRoot, py::arg("root"),
           "Maps the system's drive paths (\"D://ImgTest//...\") to folders under `root`:\n"
           "D: becomes <root>/D. The package export and the extractor write there.\n"
@@ -229,5 +255,6 @@ class FileError(OSError):
     grabsys_py::BindGrab(m);
     grabsys_py::BindPreview(m);
     grabsys_py::BindFaultInjection(m);
+    grabsys_py::BindCamera(m);
     m.attr("__name__") = name;
 }

@@ -25,6 +25,7 @@
 #endif
 
 #include "../../tools/grabsys/cli_common.h"
+#include "grabsystem/camera/camera.h"
 #include "grabsystem/platform/fault_env.h"
 #include "test_support.h"
 
@@ -90,6 +91,10 @@ struct Command {
     // Where its files land, when not in the output folder: on Windows the
     // export writes to drive D: itself (the test runner's scratch drive).
     bool onDriveD = false;
+    // The camera's frames come as it streams: the files differ by run, and
+    // the grab stops at its first failed file, so later ones are never
+    // started.
+    bool grab = false;
 };
 
 // Empties the folder (a drive's root stays), making it first if need be.
@@ -107,7 +112,7 @@ protected:
         s_inputs = new grabsys_test::TempDir;
         const Outcome demo = Grabsys({"demo", "-q", "--frames", "4", "--camera-fps", "0", "--consumer-ms", "0", "--width",
                                   "64", "--height", "48", "--views", "1", "--cameras", "1", "--arm-width", "64",
-                                  "--arm-height", "48", "--package-frames", "3", "-o", In("demo")});
+                                  "--arm-height", "48", "--package-frames", "3", "--camera-frames", "0", "-o", In("demo")});
         ASSERT_EQ(demo.code, 0) << demo.err;
         grabsys_test::WriteAll(In("project.fpz"), {'<', 'p', '/', '>'});
     }
@@ -121,7 +126,7 @@ protected:
 
     static std::vector<Command> Commands() {
         const auto none = [](const Outcome&, const Files&, const Files&) {};
-        return {
+        std::vector<Command> commands = {
             {"arm extract", [](const std::string& out) { return std::vector<std::string>{"arm", "extract", In("demo/armraw"), "-o", out}; },
              [](const Outcome& r, const Files& clean, const Files& left) {
                  // One view: extracted only when every file of it is there.
@@ -144,9 +149,27 @@ protected:
              [](const Outcome& r, const Files&, const Files& left) {
                  EXPECT_EQ(static_cast<size_t>(std::count(r.out.begin(), r.out.end(), '\n')), left.size()) << r.out;
              }},
-            {"demo", [](const std::string& out) { return std::vector<std::string>{"demo", "-q", "--frames", "3", "--camera-fps", "0", "--consumer-ms", "0", "--width", "32", "--height", "24", "--saved-frames", "1", "--views", "1", "--cameras", "1", "--arm-width", "32", "--arm-height", "24", "--package-frames", "2", "-o", out}; },
+            {"demo", [](const std::string& out) { return std::vector<std::string>{"demo", "-q", "--frames", "3", "--camera-fps", "0", "--consumer-ms", "0", "--width", "32", "--height", "24", "--saved-frames", "1", "--views", "1", "--cameras", "1", "--arm-width", "32", "--arm-height", "24", "--package-frames", "2", "--camera-frames", "0", "-o", out}; },
              [](const Outcome& r, const Files&, const Files&) { EXPECT_NE(r.out.find("VERIFICATION FAILED"), std::string::npos) << r.out; }},
         };
+        if (!GrabSystem::camera::CameraSupport()) return commands;
+        // A view is compressed: it needs larger frames than the files of
+        // single frames to fill half a page of tmpfs.
+        const auto grab = [](const char* write) {
+            const bool view = std::string(write) == "armraw";
+            return [write, view](const std::string& out) {
+                return std::vector<std::string>{"grab", "-q", "--simulated", "--fps", "200", "--frames", view ? "7" : "3",
+                                                "--width", view ? "640" : "32", "--height", view ? "480" : "24", "--cameras", "1",
+                                                "--sin", "1", "1", "6", "--white", "1", "--write", write, "-o", out};
+            };
+        };
+        const auto grabCounts = [](const Outcome& r, const Files&, const Files& left) {
+            EXPECT_EQ(Number(r.out, "written: (\\d+)"), left.size()) << r.out;
+        };
+        commands.push_back({"grab raw", grab("raw"), grabCounts, false, true});
+        commands.push_back({"grab bmp", grab("bmp"), grabCounts, false, true});
+        commands.push_back({"grab armraw", grab("armraw"), grabCounts, false, true});
+        return commands;
     }
 
     // What every failed run must show: a non-zero exit, the files it could
@@ -163,7 +186,7 @@ protected:
             const auto it = clean.find(name);
             // The demo writes noise and tick-named files that differ by run;
             // elsewhere every file left is the clean run's, byte for byte.
-            if (c.name != "demo") {
+            if (c.name != "demo" && !c.grab) {
                 EXPECT_TRUE(it != clean.end() && it->second == bytes) << what << " left " << name;
             }
             EXPECT_EQ(name.find(".tmp-"), std::string::npos) << what << " left " << name;
@@ -171,7 +194,7 @@ protected:
         // A view whose folders cannot be made fails as a view (the demo's
         // stages skip what an earlier failure took away): its files were
         // never started.
-        if (c.name != "demo" && r.err.find("views 0 failed") == std::string::npos) {
+        if (c.name != "demo" && !c.grab && r.err.find("views 0 failed") == std::string::npos) {
             EXPECT_EQ(ReportedFailed(r.err), clean.size() - left.size()) << what << ": " << r.err;
         }
         c.counts(r, clean, left);

@@ -31,6 +31,7 @@ int Main(int argc, char** argv) {
     grabsys::RegisterPackage(app, output, run);
     grabsys::RegisterInfo(app, output, run);
     grabsys::RegisterPreview(app, output, run);
+    grabsys::RegisterGrab(app, output, run);
     // Set last: commands would inherit it in place of their own example.
     app.footer("Run 'grabsys <command> --help' for a command's options and an example.");
 
