@@ -15,6 +15,7 @@ SHELL := /bin/bash
 PREFIX ?= /usr/local
 
 DEPS := cmake ninja-build g++ make pkg-config python3 python3-pil python3-lz4 liblz4-dev libgcrypt20-dev openssl libgtest-dev libbenchmark-dev libcli11-dev libpng-dev \
+  libaravis-dev libusb-1.0-0-dev \
   python3-dev pybind11-dev python3-pybind11 python3-numpy python3-pytest python3-venv python3-pip python3-setuptools python3-wheel \
   python3-dask python3-distributed python3-pandas
 DEPS_TSA := clang

@@ -262,7 +262,7 @@ void BM_DecodeViewFile(benchmark::State& state) {
         std::unique_ptr<unsigned char[]> file;
         uint64_t size = 0;
         format::ArmViewSummary view;
-        if (!platform::Env::Default()->ReadFile(in, file, size) ||
+        if (!platform::Env::Default()->ReadFile(in, file, size).ok() ||
             format::SummarizeArmView(format::Bytes(file.get(), static_cast<size_t>(size)), view) != format::Status::kOk) {
             state.SkipWithError("view file unreadable");
             break;

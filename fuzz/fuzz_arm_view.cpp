@@ -25,21 +25,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         __builtin_trap();  // the summary walked records the decoder does not find
     // The strict reader takes a view only when it accounts for every byte.
     GrabSystem::capture::ArmViewContent view;
-    std::string error;
-    if (GrabSystem::capture::DecodeArmView(file, view, error) &&
+    if (GrabSystem::capture::DecodeArmView(file, view).ok() &&
         (!summary.complete || view.sin.count + uint64_t{view.white.count} != summary.records.size()))
         __builtin_trap();
     if (frames * grabsys_fuzz::ImageBytes(header.width, header.height, 1, 8) > grabsys_fuzz::kMaxBytes) return 0;
 
-    grabsys_fuzz::WriteInput("arm/0.armraw", data, size);
+    grabsys_fuzz::Files files;
+    files.Put("arm/0.armraw", data, size);
     GrabSystem::ArmImageExtractor extractor;
+    extractor.SetEnv(files.Env());
     GrabSystem::OutputOneViewArmImageParm parm;
     parm.views[0] = {0};
-    parm.inputDirs[0] = grabsys_fuzz::Scratch() + "/arm";
-    parm.outputDir = grabsys_fuzz::Scratch() + "/armout";
+    parm.inputDirs[0] = "arm";
+    parm.outputDir = "armout";
     parm.mode = 1;
     std::vector<int> failed[1];
     extractor.OutputOneViewArmImages(parm, failed, 1);
-    grabsys_fuzz::Clean("armout");
     return 0;
 }

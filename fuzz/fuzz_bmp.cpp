@@ -11,10 +11,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     if (DrasselSpace::ImageIOToolP::DecodeBMP(data, size, pixels, w, h, format)) delete[] pixels;
     // An information block naming the raw format sends the file to the raw reader.
     if (grabsys_fuzz::RawImageTooLarge(data, size)) return 0;
-    const std::string path = grabsys_fuzz::WriteInput("in.bmp", data, size);
+    grabsys_fuzz::Files files;
+    const std::string path = files.Put("in.bmp", data, size);
     GrabSystem::CImg8P img;
+    img.SetEnv(files.Env());
     img.LoadFile(path.c_str());
     GrabSystem::CImgMaskP mask;
+    mask.SetEnv(files.Env());
     mask.LoadFile(path.c_str());
     return 0;
 }

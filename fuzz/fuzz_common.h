@@ -1,15 +1,13 @@
 // Shared by the fuzz targets. Every target feeds its input to the format's
 // decoders in memory; the targets whose class reads files by path (that path
-// being what is tested) also write the input to a scratch folder, which is
-// the drive root as well.
+// being what is tested) put the input into an in-memory Env that is fresh
+// for every input, and everything they write goes there too: nothing
+// reaches the disk.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -19,33 +17,32 @@
 #include "grabsystem/format/package.h"
 #include "grabsystem/format/raw_image.h"
 #include "grabsystem/platform/env.h"
+#include "grabsystem/platform/mem_env.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 
 namespace grabsys_fuzz {
 
-inline const std::string& Scratch() {
-    static const std::string dir = [] {
-        const auto path = std::filesystem::temp_directory_path() / ("grabsys_fuzz_" + std::to_string(std::random_device{}()));
-        std::filesystem::create_directories(path);
-        // Drive paths map into the scratch folder for the rest of the run.
-        static GrabSystem::platform::DriveMappingEnv mapping(GrabSystem::platform::Env::System(), path.string());
-        GrabSystem::platform::Env::Install(&mapping);
-        return path.string();
-    }();
-    return dir;
-}
+// The files of one input: an in-memory Env, passed to the objects under
+// test and installed as the default as well, so that nothing a target
+// forgets to pass it reaches the disk. The drive root is its root: "D:/x"
+// names D:/x in memory.
+class Files {
+public:
+    Files() : m_installed(&m_env) {}
+    GrabSystem::platform::MemEnv* Env() { return &m_env; }
 
-// Writes the input as `name` inside the scratch folder; returns its path.
-inline std::string WriteInput(const std::string& name, const uint8_t* data, size_t size) {
-    const std::string path = Scratch() + "/" + name;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path());
-    FILE* f = std::fopen(path.c_str(), "wb");
-    if (f != nullptr) {
-        if (size != 0) std::fwrite(data, 1, size, f);
-        std::fclose(f);
+    // The input as the file `path` (its folder made first); returns the path.
+    std::string Put(const std::string& path, const uint8_t* data, size_t size) {
+        const size_t slash = path.find_last_of('/');
+        if (slash != std::string::npos) m_env.CreateDirectories(path.substr(0, slash));
+        m_env.WriteFile(path, data, size);
+        return path;
     }
-    return path;
-}
+
+private:
+    GrabSystem::platform::MemEnv m_env{GrabSystem::platform::Env::System()};
+    GrabSystem::platform::ScopedEnv m_installed;
+};
 
 // Inputs whose own numbers ask for more than this are skipped. The library
 // honours what its formats ask for up to the 4 GiB their 32-bit sizes reach
@@ -119,12 +116,6 @@ inline bool GeneralPackageTooLarge(const uint8_t* data, size_t size) {
     DrasselSpace::FileToolP::EncryptData(first.data(), first.size(),
                                          reinterpret_cast<const unsigned char*>(GrabSystem::CDebugImgPackageP::kKey), 16);
     return format::DecodePackageBlock(format::Bytes(first.data(), first.size()), 0).length > kMaxBytes;
-}
-
-// Empties what a target wrote, so that runs do not fill the disk.
-inline void Clean(const std::string& sub) {
-    std::error_code ec;
-    std::filesystem::remove_all(Scratch() + "/" + sub, ec);
 }
 
 }  // namespace grabsys_fuzz

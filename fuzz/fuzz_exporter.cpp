@@ -9,11 +9,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const bool imageForm = version == 1 || version == 2;
     if (imageForm ? grabsys_fuzz::ImagePackageTooLarge(data, size) : grabsys_fuzz::GeneralPackageTooLarge(data, size))
         return 0;
-    std::filesystem::create_directories(grabsys_fuzz::Scratch() + "/D/vormex");
-    const std::string path = grabsys_fuzz::WriteInput("any.dbg", data, size);
+    grabsys_fuzz::Files files;
+    files.Env()->CreateDirectories("D:/vormex");
+    const std::string path = files.Put("any.dbg", data, size);
     GrabSystem::CDebugPackageExporterP exporter;
+    exporter.SetEnv(files.Env());
     exporter.ExprotPackage({path});
     exporter.ExprotPackage({path, path});
-    grabsys_fuzz::Clean("D/ImgTest");
     return 0;
 }

@@ -17,15 +17,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     format::SummarizeGeneralPackage(file, summary);
     const format::PackageBlocksSummary blocks = format::SummarizePackageBlocks(format::Bytes(area.data(), area.size()));
     if (blocks.blocks * format::kPackageBlockLengthBytes > area.size()) __builtin_trap();  // more blocks than room
-    const std::string path = grabsys_fuzz::WriteInput("general.dbg", data, size);
+    grabsys_fuzz::Files files;
+    const std::string path = files.Put("general.dbg", data, size);
     GrabSystem::capture::PackageContent content;
-    std::string error;
-    GrabSystem::capture::ReadPackage(path, content, error);
-    std::filesystem::create_directories(grabsys_fuzz::Scratch() + "/D/vormex");
+    GrabSystem::capture::ReadPackage(path, content, files.Env());
+    files.Env()->CreateDirectories("D:/vormex");
     GrabSystem::CDebugPackageP pkg;
+    pkg.SetEnv(files.Env());
     pkg.LoadDebugPackage(path);
     pkg.ImportDebugImg();
     pkg.ImportDebugImg(1);
-    grabsys_fuzz::Clean("D/ImgTest");
     return 0;
 }

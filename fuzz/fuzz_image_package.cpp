@@ -11,12 +11,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         summary.records.empty())
         __builtin_trap();  // a package of no runs is not one
     if (grabsys_fuzz::ImagePackageTooLarge(data, size)) return 0;
-    const std::string path = grabsys_fuzz::WriteInput("image.dbg", data, size);
+    grabsys_fuzz::Files files;
+    const std::string path = files.Put("image.dbg", data, size);
     GrabSystem::capture::PackageContent content;
-    std::string error;
-    GrabSystem::capture::ReadPackage(path, content, error);
+    GrabSystem::capture::ReadPackage(path, content, files.Env());
     GrabSystem::CDebugImgPackageP pkg;
+    pkg.SetEnv(files.Env());
     if (pkg.LoadDebugPackage(path)) pkg.ExportDebugImg(1);
-    grabsys_fuzz::Clean("D");
     return 0;
 }

@@ -6,12 +6,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     GrabSystem::format::RawImageView view;
     GrabSystem::format::DecodeRawImage(grabsys_fuzz::Input(data, size), view);
     if (grabsys_fuzz::RawImageTooLarge(data, size)) return 0;
-    const std::string path = grabsys_fuzz::WriteInput("in.raw", data, size);
+    grabsys_fuzz::Files files;
+    const std::string path = files.Put("in.raw", data, size);
     GrabSystem::CImg8P img8;
+    img8.SetEnv(files.Env());
     img8.LoadFile(path.c_str());
     GrabSystem::CImg16P img16;
+    img16.SetEnv(files.Env());
     img16.LoadFile(path.c_str());
     GrabSystem::CImgMaskP mask;
+    mask.SetEnv(files.Env());
     mask.LoadFile(path.c_str());
     return 0;
 }

@@ -13,10 +13,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         grabsys_fuzz::ImageBytes(w, h, ch, 32) > grabsys_fuzz::kMaxBytes ||
         ((ch & 0xFF) == 1 && uint64_t{w} * h * 5 > grabsys_fuzz::kMaxBytes))
         return 0;
-    const std::string path = grabsys_fuzz::WriteInput("values.fraw", data, size);
+    grabsys_fuzz::Files files;
+    const std::string path = files.Put("values.fraw", data, size);
     GrabSystem::CImgFloatP f;
-    if (f.LoadFromRaw(path)) f.SaveBmp((grabsys_fuzz::Scratch() + "/render.bmp").c_str());
+    f.SetEnv(files.Env());
+    if (f.LoadFromRaw(path)) f.SaveBmp("render.bmp");
     GrabSystem::CImgDoubleP d;
+    d.SetEnv(files.Env());
     d.LoadFromRaw(path);
     return 0;
 }

@@ -11,7 +11,8 @@ struct OutputCounters {
     uint64_t written = 0;                // views AddOneViewImages compressed, saved and destroyed (result 0)
     uint64_t refusedNoMemory = 0;        // views refused with result 1: the block could not take them
     uint64_t refusedCompressFailed = 0;  // views refused with result 3: they outgrew their block
-    uint64_t saveFailed = 0;             // views whose file could not be written (by either path)
+    uint64_t saveFailed = 0;             // views whose file did not go into place whole (by either path):
+                                         // not created, a write failed or fell short, not finished
     uint64_t waits = 0;                  // AddOneViewImages calls that had to wait for a free block
     uint64_t waitMsTotal = 0;            // milliseconds those calls waited, in all
     uint64_t waitMsLongest = 0;          // the longest of those waits
@@ -20,8 +21,11 @@ struct OutputCounters {
 
 // Of the extractor's last OutputOneViewArmImages call, per source.
 struct ExtractCounters {
-    uint64_t extracted[3] = {};  // views written out
-    uint64_t failed[3] = {};     // views that failed (failedViews names them)
+    uint64_t extracted[3] = {};     // views the extractor took as written out
+    uint64_t failed[3] = {};        // views that failed (failedViews names them)
+    uint64_t filesFailed[3] = {};   // of the extracted views, those whose BMP files did not all go into place
+                                    // whole (a failed or short write, a refused folder); the system counts
+                                    // them as extracted, so failedViews does not name them
 };
 
 }  // namespace GrabSystem

@@ -12,6 +12,7 @@
 #include "grabsystem/platform/env.h"
 #include "grabsystem/platform/os/os.h"
 #include "grabsystem/platform/thread_pool.h"
+#include "grabsystem/platform/tracking_env.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
 #include "grabsystem/platform/toolkit/lz4_tool.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
@@ -26,15 +27,11 @@ namespace {
 // Windows of a view file, read on demand into one reused buffer.
 class ViewFileReader {
 public:
-    ~ViewFileReader() {
-        if (m_file != nullptr) std::fclose(m_file);
-    }
-    // False when the file cannot be opened or sized.
-    bool Open(const std::string& path) {
-        m_file = platform::Env::Default()->OpenStream(path, "rb");
-        const int64_t size = m_file == nullptr ? -1 : platform::FileSize(m_file);
-        m_size = size < 0 ? 0 : static_cast<uint64_t>(size);
-        return size >= 0;
+    // False when the file cannot be opened.
+    bool Open(platform::Env* env, const std::string& path) {
+        if (!env->NewRandomAccessFile(path, &m_file).ok()) return false;
+        m_size = m_file->Size();
+        return true;
     }
     // The bytes [offset, offset + length) that lie inside the file (fewer,
     // or none, past its end); valid until the next Read. False when the
@@ -43,15 +40,15 @@ public:
         const uint64_t have = offset < m_size ? std::min(length, m_size - offset) : 0;
         if (have > SIZE_MAX) return false;
         if (m_buffer.size() < have) m_buffer.resize(static_cast<size_t>(have));
-        if (have != 0 && (!platform::FileSeek(m_file, static_cast<int64_t>(offset), SEEK_SET) ||
-                          std::fread(m_buffer.data(), 1, static_cast<size_t>(have), m_file) != have))
+        size_t got = 0;
+        if (have != 0 && (!m_file->Read(offset, static_cast<size_t>(have), m_buffer.data(), &got).ok() || got != have))
             return false;
         bytes = format::Bytes(m_buffer.data(), static_cast<size_t>(have));
         return true;
     }
 
 private:
-    FILE* m_file = nullptr;
+    std::unique_ptr<platform::RandomAccessFile> m_file;
     uint64_t m_size = 0;
     std::vector<unsigned char> m_buffer;
 };
@@ -83,7 +80,7 @@ int ArmImageExtractor::_FrameNumber(int k) const {
 bool ArmImageExtractor::ParseArmRawFile(std::string directory, std::vector<int>& views) {
     views.clear();
     std::vector<std::string> paths;
-    if (!CWinHelper::GetDirectoryAllFilePath(directory, paths)) return false;
+    if (!CWinHelper::GetDirectoryAllFilePath(directory, paths, m_env)) return false;
     size_t armFiles = 0;
     for (const std::string& path : paths) {
         if (CWinHelper::GetFileExtension(path) != ".armraw") continue;
@@ -100,19 +97,25 @@ bool ArmImageExtractor::OutputOneViewArmImages(OutputOneViewArmImageParm parm, s
     for (int i = 0; i < 3; ++i) {
         m_extracted[i].Set(0);
         m_failed[i].Set(0);
+        m_filesFailed[i].Set(0);
     }
     for (unsigned i = 0; i < sourceCount; ++i) {
         failedViews[i].clear();
         if (i >= 3 || parm.views[i].empty()) continue;
         const std::string input = WithTrailingBackslash(parm.inputDirs[i]);
-        if (!FileToolP::IsDirectoryExists(input)) continue;
+        if (!FileToolP::IsDirectoryExists(input, m_env)) continue;
         const std::string output = WithTrailingBackslash(parm.outputDir);
-        if (!FileToolP::IsDirectoryExists(output) && !FileToolP::CreateDirectoryRecursively(output)) continue;
+        if (!FileToolP::IsDirectoryExists(output, m_env) && !FileToolP::CreateDirectoryRecursively(output, m_env))
+            continue;
         const std::vector<int>& views = parm.views[i];
         std::vector<char> extracted(views.size(), 0);
         auto extract = [&](size_t k) {
-            extracted[k] = _Extract({views[k], input, output, parm.mode});
+            // The view's own account of its files, for the counter only: the
+            // system's result stays _Extract's.
+            platform::TrackingEnv files(platform::Env::Or(m_env), platform::TrackingEnv::Options{false, false});
+            extracted[k] = _Extract({views[k], input, output, parm.mode}, &files);
             (extracted[k] ? m_extracted[i] : m_failed[i]).Add();
+            if (extracted[k] && files.FilesFailed() != 0) m_filesFailed[i].Add();
         };
         if (m_extractPool)
             m_extractPool->Run(views.size(), [&](size_t k, int) { extract(k); });
@@ -136,18 +139,20 @@ ExtractCounters ArmImageExtractor::GetCounters() const {
     for (int i = 0; i < 3; ++i) {
         c.extracted[i] = m_extracted[i].Get();
         c.failed[i] = m_failed[i].Get();
+        c.filesFailed[i] = m_filesFailed[i].Get();
     }
     return c;
 }
 
-bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
+bool ArmImageExtractor::_Extract(ExtractArmImageParam param, platform::Env* output) {
     const std::string path = param.inputDir + std::to_string(param.viewIdx) + ".armraw";
-    if (!FileToolP::FileExists(path)) return false;
+    if (!FileToolP::FileExists(path, m_env)) return false;
     // The file is read a record at a time into one buffer rather than whole:
     // a view file is hundreds of MiB, and fresh memory for it would cost a
     // page fault per page on every view.
     ViewFileReader file;
-    if (!file.Open(path)) return false;
+    if (!file.Open(platform::Env::Or(m_env), path)) return false;
+    if (output == nullptr) output = m_env;
 
     // A file shorter than the header reads the missing bytes as zeros.
     format::Bytes head;
@@ -162,6 +167,7 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
         auto* img = new CImg8P;
         owned.emplace_back(img);
         img->GetInfo().size.SetBitPerChannel(8);
+        img->SetEnv(output);
         frames.push_back(img);
         img->SetSize(header.width, header.height, 1, false);
         // A record or data missing from the file, or a length beyond what
@@ -188,7 +194,7 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param) {
         if (decoded == 0) break;
     }
     if (frames.size() != frameCount) return false;
-    return _Save(frames, param, header);
+    return _Save(frames, param, header, output);
 }
 
 bool ArmImageExtractor::_IsPDir(std::string dirPath) const {
@@ -209,7 +215,7 @@ int64_t ListProduct(int64_t a, int64_t b) {
 }  // namespace
 
 bool ArmImageExtractor::_Save(std::vector<IImgP*>& frames, ExtractArmImageParam param,
-                              OneViewArmImageDataHeader header) {
+                              OneViewArmImageDataHeader header, platform::Env* output) {
     const uint32_t sinCount = header.sinFrameCount;
     if (static_cast<uint32_t>(sinCount + header.whiteFrameCount) != frames.size()) return false;
     const int64_t cams = header.camCount, dimA = header.sinDimA, dimB = header.sinDimB, dimC = header.sinDimC;
@@ -240,8 +246,9 @@ bool ArmImageExtractor::_Save(std::vector<IImgP*>& frames, ExtractArmImageParam 
               std::to_string(param.viewIdx) + "\\";
         return true;
     };
-    auto write = [](IImgP* img, const std::string& dir, const std::string& file) {
-        if (!FileToolP::IsDirectoryExists(dir) && !FileToolP::CreateDirectoryRecursively(dir)) return false;
+    auto write = [output](IImgP* img, const std::string& dir, const std::string& file) {
+        if (!FileToolP::IsDirectoryExists(dir, output) && !FileToolP::CreateDirectoryRecursively(dir, output))
+            return false;
         img->SaveBmp(file.c_str());  // format 3, pixels, then the information block
         return true;
     };
@@ -274,8 +281,9 @@ unsigned long ArmImageExtractor::_ThreadFunc(void* threadParam) {
 }
 
 void ArmImageExtractor::_AsyncExtract(void*& threadHandle, ExtractArmImageThreadParam& threadParam) {
-    threadHandle = platform::Env::Default()->StartThread(&ArmImageExtractor::_ThreadFunc, &threadParam);
-    platform::Env::Default()->SetThreadPriority(threadHandle, platform::eThreadPriorityTimeCritical);
+    platform::Env* env = platform::Env::Or(m_env);
+    threadHandle = env->StartThread(&ArmImageExtractor::_ThreadFunc, &threadParam);
+    env->SetThreadPriority(threadHandle, platform::eThreadPriorityTimeCritical);
 }
 
 }  // namespace GrabSystem

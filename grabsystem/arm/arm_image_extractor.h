@@ -21,6 +21,11 @@
 // zero times; a negative sinDimC numbers the frames as its magnitude would.
 // Nothing reads or writes outside a buffer.
 //
+// Writing a frame, the system's step ignores whether its BMP went into
+// place; the extractor still counts a view whose files did not all come out
+// whole (ExtractCounters::filesFailed), through an Env of its own per view
+// over the one it was given.
+//
 // Threads: the extractor's state is its fixed frame-number table, which is
 // only read, so several views may be extracted on different threads at once
 // (one extractor per thread is simplest; _AsyncExtract shares one).
@@ -34,6 +39,7 @@
 #include "grabsystem/arm/arm_counters.h"
 #include "grabsystem/arm/one_view_arm_image_data.h"
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/platform/os/mutex.h"
 #include "grabsystem/pool/counter.h"
 
@@ -103,12 +109,20 @@ public:
     // OutputOneViewArmImages call; read from any thread without a lock.
     ExtractCounters GetCounters() const;
 
+    // The Env the views are listed, read and written through, and that
+    // starts _AsyncExtract's threads (not owned; it must outlive its use);
+    // null, the default, uses Env::Default(). Copies share it.
+    void SetEnv(platform::Env* env) { m_env = env; }
+
 private:
     // No operation of the library starts _AsyncExtract; its tests do.
     friend class ArmImageExtractorPeer;
 
-    bool _Extract(ExtractArmImageParam param);
-    bool _Save(std::vector<IImgP*>& frames, ExtractArmImageParam param, OneViewArmImageDataHeader header);
+    // `output` is the Env the frames are written through (the extractor's
+    // own when null).
+    bool _Extract(ExtractArmImageParam param, platform::Env* output = nullptr);
+    bool _Save(std::vector<IImgP*>& frames, ExtractArmImageParam param, OneViewArmImageDataHeader header,
+               platform::Env* output);
     bool _IsPDir(std::string dirPath) const;
     int _FrameNumber(int k) const;
     static unsigned long _ThreadFunc(void* threadParam);
@@ -118,7 +132,8 @@ private:
 
     std::map<int, int> m_frameNumbers;
     std::shared_ptr<platform::ThreadPool> m_extractPool;  // null: one thread
-    Count m_extracted[3], m_failed[3];
+    Count m_extracted[3], m_failed[3], m_filesFailed[3];
+    platform::Env* m_env = nullptr;
 };
 
 }  // namespace GrabSystem

@@ -75,7 +75,9 @@ eAddOneViewImageRlt CArmImageOutputMng::AddOneViewImages(COneViewArmImageData* d
         return eAddRltCompressFailed;
     }
     _Log("ArmCost--CompressMemoryData - 2", view);
-    if (!data->SaveToFile()) m_saveFailed.Add();
+    // The view's file may fail after SaveToFile has its answer (a write cut
+    // short): the counter goes by what the file met.
+    if (!data->SaveToFile() || !data->GetSaveStatus().ok()) m_saveFailed.Add();
     delete data;
     m_written.Add();
     _Log("ArmCost--CArmImageOutputMng::AddOneViewImages - 2", view);
@@ -138,7 +140,7 @@ unsigned long CArmImageOutputMng::_ThreadFunc(void* self) {
         std::unique_ptr<COneViewArmImageData> data = mng->_Pop(taken);
         if (taken) {
             mng->_SetBusyStatus(true);
-            if (data && !data->SaveToFile()) mng->m_saveFailed.Add();
+            if (data && (!data->SaveToFile() || !data->GetSaveStatus().ok())) mng->m_saveFailed.Add();
             mng->_SetBusyStatus(false);
             if (data) mng->m_writtenByWorker.Add();
         } else {

@@ -231,17 +231,27 @@ bool COneViewArmImageData::_Outgrown() {
 
 bool COneViewArmImageData::SaveToFile() {
     _Log("ArmCost--COneViewArmImageData::SaveToFile - 1");
-    if (m_path.empty()) return false;
+    if (m_path.empty()) {
+        m_saveStatus = Status::InvalidArgument("view " + std::to_string(m_viewIdx), "no output file path");
+        return false;
+    }
     // A view that did not fit its block has no file to write.
-    if (m_outgrown) return false;
-    BinaryWriter writer;
-    if (!writer.Open(m_path.c_str())) return false;
+    if (m_outgrown) {
+        m_saveStatus = Status::InvalidArgument(m_path, "the view outgrew its output block; no file written");
+        return false;
+    }
+    BinaryWriter writer(m_env);
+    if (!writer.Open(m_path.c_str())) {
+        m_saveStatus = writer.status();
+        return false;
+    }
     if (m_memory != nullptr && m_memory->GetAddress() != nullptr) {
         // The count is taken as 32 bits; it never runs past the buffer.
         const uint64_t bytes = static_cast<uint32_t>(m_compressedSize + kHeaderBytes);
         writer.Write(m_memory->GetAddress(), static_cast<size_t>(std::min(bytes, m_memory->GetCapacity())));
     }
     writer.Close();
+    m_saveStatus = writer.status();
     _Log("ArmCost--COneViewArmImageData::SaveToFile - 2");
     return true;
 }

@@ -21,6 +21,8 @@
 #include "grabsystem/format/arm_view.h"
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/image/img.h"
+#include "grabsystem/platform/env.h"
+#include "grabsystem/platform/status.h"
 
 namespace GrabSystem {
 
@@ -88,6 +90,14 @@ public:
     // answer is still true, no file and no temporary file is left, and a
     // file that was at the path before is untouched.
     bool SaveToFile();
+    // What the last SaveToFile met: OK when the file went into place whole,
+    // else the file and the cause (a refused path, a failed or short write),
+    // whatever SaveToFile answered.
+    const Status& GetSaveStatus() const { return m_saveStatus; }
+
+    // The Env the view's file goes through (not owned; it must outlive its
+    // use); null, the default, uses Env::Default().
+    void SetEnv(platform::Env* env) { m_env = env; }
 
 private:
     friend class CArmImageOutputMng;
@@ -132,6 +142,8 @@ private:
     bool m_outgrown = false;  // the last compression ran out of block
     std::string m_path;
     int m_viewIdx;
+    platform::Env* m_env = nullptr;
+    Status m_saveStatus;
 };
 
 }  // namespace GrabSystem

@@ -45,18 +45,10 @@ bool Decompress(Bytes block, uint8_t* out, uint64_t outBytes, const std::string&
     return true;
 }
 
-bool ReadWhole(const std::string& path, std::unique_ptr<uint8_t[]>& data, uint64_t& size, std::string& error) {
-    platform::Env* env = platform::Env::Default();
-    if (!env->ReadFile(path, data, size)) {
-        error = env->FileExists(path) ? "cannot read the file" : "no such file";
-        return false;
-    }
-    return true;
-}
+// The file's bytes refused for `error`, named by `path`.
+Status Damaged(const std::string& path, const std::string& error) { return Status::Corruption(path, error); }
 
-}  // namespace
-
-bool DecodeArmView(Bytes file, ArmViewContent& view, std::string& error) {
+bool DecodeArmViewBytes(Bytes file, ArmViewContent& view, std::string& error) {
     format::ArmViewSummary summary;
     const format::Status status = format::SummarizeArmView(file, summary);
     if (status != format::Status::kOk) {
@@ -111,11 +103,21 @@ bool DecodeArmView(Bytes file, ArmViewContent& view, std::string& error) {
     return true;
 }
 
-bool ReadArmView(const std::string& path, ArmViewContent& view, std::string& error) {
+}  // namespace
+
+Status DecodeArmView(Bytes file, ArmViewContent& view) {
+    std::string error;
+    return DecodeArmViewBytes(file, view, error) ? Status::OK() : Damaged("", error);
+}
+
+Status ReadArmView(const std::string& path, ArmViewContent& view, platform::Env* env) {
     std::unique_ptr<uint8_t[]> data;
     uint64_t size = 0;
-    if (!ReadWhole(path, data, size, error)) return false;
-    return DecodeArmView(Bytes(data.get(), static_cast<size_t>(size)), view, error);
+    const Status read = platform::Env::Or(env)->ReadFile(path, data, size);
+    if (!read.ok()) return read;
+    std::string error;
+    if (!DecodeArmViewBytes(Bytes(data.get(), static_cast<size_t>(size)), view, error)) return Damaged(path, error);
+    return Status::OK();
 }
 
 namespace {
@@ -229,17 +231,18 @@ bool ReadGeneralPackage(std::unique_ptr<uint8_t[]> data, uint64_t size, PackageC
 
 }  // namespace
 
-bool ReadPackage(const std::string& path, PackageContent& package, std::string& error) {
+Status ReadPackage(const std::string& path, PackageContent& package, platform::Env* env) {
     std::unique_ptr<uint8_t[]> data;
     uint64_t size = 0;
-    if (!ReadWhole(path, data, size, error)) return false;
-    if (!format::HoldsPackageHead(Bytes(data.get(), static_cast<size_t>(size)))) {
-        error = "package: shorter than its head";
-        return false;
-    }
-    if (format::IsImagePackageVersion(format::GetU32(data.get())))
-        return ReadImagePackage(std::move(data), size, package, error);
-    return ReadGeneralPackage(std::move(data), size, package, error);
+    const Status read = platform::Env::Or(env)->ReadFile(path, data, size);
+    if (!read.ok()) return read;
+    if (!format::HoldsPackageHead(Bytes(data.get(), static_cast<size_t>(size))))
+        return Damaged(path, "package: shorter than its head");
+    std::string error;
+    const bool decoded = format::IsImagePackageVersion(format::GetU32(data.get()))
+                             ? ReadImagePackage(std::move(data), size, package, error)
+                             : ReadGeneralPackage(std::move(data), size, package, error);
+    return decoded ? Status::OK() : Damaged(path, error);
 }
 
 }  // namespace capture

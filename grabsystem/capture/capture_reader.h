@@ -12,8 +12,11 @@
 // size is checked against what its bytes can decode to before memory is
 // taken for it.
 //
-// Files are read through Env::Default(), so the system's own paths
-// ("D://...") map as they do for every other reader.
+// Files are read through the Env the caller passes (Env::Default() when it
+// is null), so the system's own paths ("D://...") map as they do for every
+// other reader. Every refusal is a Status naming the file and the cause: an
+// I/O error (or not found) when the file cannot be read, corruption when its
+// bytes are not what its writer lays out.
 #pragma once
 
 #include <cstddef>
@@ -26,6 +29,8 @@
 #include "grabsystem/format/coding.h"
 #include "grabsystem/format/package.h"
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/env.h"
+#include "grabsystem/platform/status.h"
 
 namespace GrabSystem {
 namespace capture {
@@ -56,10 +61,10 @@ struct ArmViewContent {
     std::unique_ptr<uint8_t[]> storage;
 };
 
-// The file at `path`; false with `error` saying why.
-GRABSYSTEM_EXPORT bool ReadArmView(const std::string& path, ArmViewContent& view, std::string& error);
-// The same from bytes already in memory.
-GRABSYSTEM_EXPORT bool DecodeArmView(format::Bytes file, ArmViewContent& view, std::string& error);
+// The file at `path`; `view` is left as it was on failure.
+GRABSYSTEM_EXPORT Status ReadArmView(const std::string& path, ArmViewContent& view, platform::Env* env = nullptr);
+// The same from bytes already in memory (the Status names no file).
+GRABSYSTEM_EXPORT Status DecodeArmView(format::Bytes file, ArmViewContent& view);
 
 // One run of a package: its record (for an image package the jump index
 // is the head's, which all runs share) and its frames.
@@ -84,7 +89,8 @@ struct PackageContent {
 // Either form, as its first word picks it (see format::IsImagePackageVersion).
 // Image package frames are placed by the runs' uniform rule, as the export
 // places them; a run the rule would put outside the data area is refused.
-GRABSYSTEM_EXPORT bool ReadPackage(const std::string& path, PackageContent& package, std::string& error);
+GRABSYSTEM_EXPORT Status ReadPackage(const std::string& path, PackageContent& package,
+                                     platform::Env* env = nullptr);
 
 }  // namespace capture
 }  // namespace GrabSystem

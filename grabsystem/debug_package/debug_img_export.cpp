@@ -30,7 +30,10 @@ void CDebugImgPackageP::_Export(const std::string& cameraSuffix) {
     for (size_t i = 0; i < PackageInfos.size(); ++i) before[i + 1] = before[i] + PackageInfos[i].FrameCount;
     const int threads = m_exportPool ? m_exportPool->Threads() : 1;
     std::vector<CImg8P> images(static_cast<size_t>(threads));
-    for (CImg8P& img : images) img.GetInfo().size.SetBitPerChannel(8);
+    for (CImg8P& img : images) {
+        img.GetInfo().size.SetBitPerChannel(8);
+        img.SetEnv(m_env);
+    }
     auto exportFrame = [&](uint64_t k, int slot) {
         const size_t run = static_cast<size_t>(std::upper_bound(before.begin(), before.end(), k) - before.begin()) - 1;
         _ExportFrame(images[static_cast<size_t>(slot)], run, static_cast<uint32_t>(k - before[run]), cameraSuffix);
@@ -47,8 +50,8 @@ void CDebugImgPackageP::_ExportFrame(CImg8P& img, size_t run, uint32_t j, const 
     const std::string directory = format::ExportFolder(info.CamIdx, cameraSuffix);
     const uint32_t number = info.FrameCount * info.GroupIdx + JumpIdx + j;
     const std::string file = format::ExportFramePath(directory, number);
-    if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory))
-        DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory);
+    if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory, m_env))
+        DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory, m_env);
     // The uniform-run rule, in 32 bits.
     const uint32_t offset = (info.FrameCount * static_cast<uint32_t>(run) + j) * frameBytes;
     if (frameBytes != 0 && uint64_t{offset} + frameBytes <= BufferSize) {

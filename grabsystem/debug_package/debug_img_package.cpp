@@ -68,7 +68,7 @@ bool CDebugImgPackageP::SaveDebugPackage(std::string path) {
     Log("SaveDebugPackage Start");
     DrasselSpace::FileToolP::EncryptData(Buffer.get(), BufferSize, reinterpret_cast<const unsigned char*>(Key.data()),
                                          Key.size());
-    BinaryWriter writer;
+    BinaryWriter writer(m_env);
     if (!writer.Open(path.c_str())) return false;
     std::vector<uint8_t> head(format::kImagePackageHeadBytes + PackageInfos.size() * format::kImagePackageRecordBytes);
     format::Writer w(head.data(), head.size());
@@ -82,12 +82,13 @@ bool CDebugImgPackageP::SaveDebugPackage(std::string path) {
 }
 
 bool CDebugImgPackageP::LoadDebugPackage(std::string path) {
-    BinaryReader reader;
+    BinaryReader reader(m_env);
     if (reader.Open(path.c_str()) == 0) return false;
     // The head is read whole; in a version 1 file (no jump word) its last
     // word is the first of the records.
     uint8_t head[format::kImagePackageHeadBytes] = {};
     const size_t got = reader.ReadByteArray(head, sizeof head);
+    if (!reader.status().ok()) return false;
     const format::ImagePackageHead h = format::DecodeImagePackageHead(format::Bytes(head, got));
     Version = h.version;
     if (h.count == 0) return false;
@@ -118,7 +119,7 @@ bool CDebugImgPackageP::LoadDebugPackage(std::string path) {
     const bool result = DrasselSpace::FileToolP::EncryptData(
         Buffer.get(), BufferSize, reinterpret_cast<const unsigned char*>(Key.data()), Key.size());
     reader.Close();
-    return result;
+    return result && reader.status().ok();
 }
 
 }  // namespace GrabSystem

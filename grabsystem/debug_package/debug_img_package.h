@@ -27,6 +27,7 @@
 
 #include "grabsystem/format/package.h"
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/env.h"
 
 namespace GrabSystem {
 
@@ -82,7 +83,9 @@ public:
     // with the rest, reads as the cipher's stream over zeros. A file that
     // ends inside its header or records reads the missing words as zeros.
     // False, with only Version changed, when the file cannot be opened,
-    // counts no records, or lacks records worth more than 4 GiB of memory.
+    // counts no records, or lacks records worth more than 4 GiB of memory;
+    // false too when the file fails while it is read (a device error, not
+    // its end).
     bool LoadDebugPackage(std::string path);
 
     // Writes every frame as a BMP (with its information block) to
@@ -102,6 +105,11 @@ public:
     void SetExportThreads(int n);
     int GetExportThreads() const;
 
+    // The Env the package's files go through, read and written (not owned;
+    // it must outlive their use); null, the default, uses Env::Default().
+    void SetEnv(platform::Env* env) { m_env = env; }
+    platform::Env* GetEnv() const { return platform::Env::Or(m_env); }
+
     const std::string Key;
     uint32_t Version = 2;
     std::vector<CDebugImgPackageInfoP> PackageInfos;
@@ -116,6 +124,7 @@ private:
     void _ExportFrame(CImg8P& img, size_t run, uint32_t frame, const std::string& cameraSuffix);
 
     std::unique_ptr<platform::ThreadPool> m_exportPool;  // null: one thread
+    platform::Env* m_env = nullptr;
 };
 
 }  // namespace GrabSystem

@@ -61,7 +61,7 @@ bool CDebugPackageP::InitialPackageBuffer(std::string path) {
     DeleteBuffer();
     unsigned char* data = nullptr;
     unsigned long long size = 0;
-    const bool loaded = DrasselSpace::FileToolP::LoadDataFromFile(path, data, size);
+    const bool loaded = DrasselSpace::FileToolP::LoadDataFromFile(path, data, size, m_env);
     FileBuffer.reset(data);
     FileBufferSize = DataSize = FileBuffer ? size : 0;
     return loaded && FileBuffer && DataSize != 0;
@@ -111,7 +111,7 @@ bool CDebugPackageP::SaveDebugPackage(std::string path, bool withProjectFile) {
     const size_t bytes = static_cast<size_t>(std::min(DataSize, FileBufferSize));
     DrasselSpace::FileToolP::EncryptData(FileBuffer.get(), bytes, reinterpret_cast<const unsigned char*>(Key.data()),
                                          Key.size());
-    BinaryWriter writer;
+    BinaryWriter writer(m_env);
     if (!writer.Open(path.c_str())) return false;
     const auto count = static_cast<uint32_t>(PackageInfos.size());
     std::vector<uint8_t> head(static_cast<size_t>(format::GeneralPackageDataOffset(count)));
@@ -168,7 +168,7 @@ bool CDebugPackageP::LoadDebugPackage(std::string path) {
 }
 
 bool CDebugPackageP::ImportProjectFile() {
-    return DrasselSpace::FileToolP::SaveDataToFile(kProjectFilePath, ProjectFileBuffer.get(), ProjectFileSize);
+    return DrasselSpace::FileToolP::SaveDataToFile(kProjectFilePath, ProjectFileBuffer.get(), ProjectFileSize, m_env);
 }
 
 bool CDebugPackageP::ImportDebugImg() { return _Import("", true); }
@@ -180,6 +180,7 @@ bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
     const format::Bytes data(ReadCursor, static_cast<size_t>(FileBuffer.get() + FileBufferSize - ReadCursor));
     CImg8P img;
     img.GetInfo().size.SetBitPerChannel(8);
+    img.SetEnv(m_env);
     uint64_t offset = 0;
     for (const CDebugPackageInfoP& info : PackageInfos) {
         if (info.FrameCount == 0) continue;
@@ -188,8 +189,8 @@ bool CDebugPackageP::_Import(const std::string& cameraSuffix, bool walkBlocks) {
         for (uint32_t j = 0; j < info.FrameCount; ++j) {
             const uint32_t number = info.FrameCount * info.GroupIdx + info.JumpIdx + j;
             const std::string file = format::ExportFramePath(directory, number);
-            if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory))
-                DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory);
+            if (!DrasselSpace::CWinHelper::IsDirectoryExists(directory, m_env))
+                DrasselSpace::CWinHelper::CreateDirectoryRecursively(directory, m_env);
 
             // This frame's block, walked to or (the indexed entry point)
             // always the bytes after the first block, of the first block's

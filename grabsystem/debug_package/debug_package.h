@@ -47,7 +47,7 @@ public:
     // buffer (std::bad_alloc when the system has no room for it).
     void InitialPackageBuffer();
     // Releases everything, then loads the whole file. True when it holds at
-    // least one byte.
+    // least one byte; false when it cannot be read whole.
     bool InitialPackageBuffer(std::string path);
 
     // Stages one block (a u32 length, then the bytes). The two unsigned
@@ -90,6 +90,12 @@ public:
     bool ImportDebugImg(unsigned int packageIdx);
 
     void DeleteBuffer();
+
+    // The Env the package's files (the package, the project file, the BMP
+    // tree) go through (not owned; it must outlive their use); null, the
+    // default, uses Env::Default().
+    void SetEnv(platform::Env* env) { m_env = env; }
+    platform::Env* GetEnv() const { return platform::Env::Or(m_env); }
     unsigned char* GetProjectFileBuffer() { return ProjectFileBuffer.get(); }
     unsigned long long GetProjectFileSize() const { return ProjectFileSize; }
     // Bytes staged so far (while writing); after a load, the size of the
@@ -116,6 +122,7 @@ private:
     unsigned char* WriteCursor = nullptr;
     unsigned char* ReadCursor = nullptr;
     std::unique_ptr<unsigned char, FreeDeleter> LengthBuffer;
+    platform::Env* m_env = nullptr;
 };
 
 }  // namespace GrabSystem

@@ -14,6 +14,12 @@ void CDebugPackageExporterP::SetExportThreads(int n) {
     if (DebugImgPackage) DebugImgPackage->SetExportThreads(n);
 }
 
+void CDebugPackageExporterP::SetEnv(platform::Env* env) {
+    m_env = env;
+    if (DebugPackage) DebugPackage->SetEnv(env);
+    if (DebugImgPackage) DebugImgPackage->SetEnv(env);
+}
+
 unsigned long long CDebugPackageExporterP::GetProjectFileSize() const {
     return DebugPackage ? DebugPackage->GetProjectFileSize() : 0;
 }
@@ -22,7 +28,7 @@ bool CDebugPackageExporterP::ExprotPackage(std::vector<std::string> paths) {
     if (!DebugPackage || !DebugImgPackage || paths.empty()) return false;
     unsigned version = 0;
     {
-        BinaryReader reader;
+        BinaryReader reader(m_env);
         if (reader.Open(paths[0].c_str()) != 0) version = reader.ReadUInt();
         reader.Close();
     }

@@ -42,11 +42,18 @@ public:
     // that fails ends the export.
     void SetExportThreads(int n);
 
+    // The Env both package objects and the exporter's own read go through
+    // (not owned); null, the default, uses Env::Default().
+    void SetEnv(platform::Env* env);
+
     // Size of the project file of the last general package loaded.
     unsigned long long GetProjectFileSize() const;
 
     std::shared_ptr<CDebugPackageP> DebugPackage;
     std::shared_ptr<CDebugImgPackageP> DebugImgPackage;
+
+private:
+    platform::Env* m_env = nullptr;
 };
 
 }  // namespace GrabSystem

@@ -1,28 +1,26 @@
 #include "grabsystem/format/binary_io.h"
 
 #include "grabsystem/format/coding.h"
-#include "grabsystem/platform/os/os.h"
 
-using GrabSystem::platform::FileSize;
-using GrabSystem::platform::FileTell;
+using GrabSystem::Status;
+using GrabSystem::platform::Env;
 
 BinaryReader::~BinaryReader() { Close(); }
 
 int BinaryReader::Open(const char* path) {
     Close();
     m_failed = false;
-    m_file = path == nullptr ? nullptr : GrabSystem::platform::Env::Default()->OpenStream(path, "rb");
-    return m_file != nullptr ? 1 : 0;
+    m_position = 0;
+    m_status = path == nullptr ? Status::InvalidArgument("", "no file name")
+                               : Env::Or(m_env)->NewRandomAccessFile(path, &m_file);
+    return m_file ? 1 : 0;
 }
 
-void BinaryReader::Close() {
-    if (m_file != nullptr) std::fclose(m_file);
-    m_file = nullptr;
-}
+void BinaryReader::Close() { m_file.reset(); }
 
 unsigned int BinaryReader::ReadUInt() {
     uint8_t word[4] = {};
-    if (m_file == nullptr || std::fread(word, 1, sizeof word, m_file) != sizeof word) {
+    if (ReadByteArray(word, sizeof word) != sizeof word) {
         m_failed = true;
         return 0;
     }
@@ -30,31 +28,35 @@ unsigned int BinaryReader::ReadUInt() {
 }
 
 size_t BinaryReader::ReadByteArray(unsigned char* dest, size_t size) {
-    if (m_file == nullptr || dest == nullptr || size == 0) return 0;
-    const size_t got = std::fread(dest, 1, size, m_file);
+    if (!m_file || dest == nullptr || size == 0) return 0;
+    size_t got = 0;
+    const Status s = m_file->Read(m_position, size, dest, &got);
+    m_position += got;
+    m_status.Update(s);
     if (got != size) m_failed = true;
     return got;
 }
 
-uint64_t BinaryReader::Remaining() {
-    if (m_file == nullptr) return 0;
-    const int64_t size = FileSize(m_file), here = FileTell(m_file);
-    return size > here && here >= 0 ? static_cast<uint64_t>(size - here) : 0;
+uint64_t BinaryReader::Remaining() const {
+    if (!m_file) return 0;
+    const uint64_t size = m_file->Size();
+    return size > m_position ? size - m_position : 0;
 }
 
 BinaryWriter::~BinaryWriter() { Close(); }
 
 bool BinaryWriter::Open(const char* path) {
     Close();
-    m_file = path == nullptr ? nullptr : GrabSystem::platform::Env::Default()->NewWritableFile(path);
+    m_status = path == nullptr ? Status::InvalidArgument("", "no file name")
+                               : Env::Or(m_env)->NewWritableFile(path, &m_file);
     return m_file != nullptr;
 }
 
 bool BinaryWriter::Close() {
     if (!m_file) return false;
-    const bool closed = m_file->Close();
+    m_status.Update(m_file->Close());
     m_file.reset();
-    return closed;
+    return m_status.ok();
 }
 
 bool BinaryWriter::WriteUInt(unsigned int value) {
@@ -64,5 +66,9 @@ bool BinaryWriter::WriteUInt(unsigned int value) {
 }
 
 bool BinaryWriter::Write(const void* data, size_t size) {
-    return m_file && (size == 0 || (data != nullptr && m_file->Append(data, size)));
+    if (!m_file || (size != 0 && data == nullptr)) return false;
+    if (size == 0) return true;
+    const Status s = m_file->Append(data, size);
+    m_status.Update(s);
+    return s.ok();
 }

@@ -20,40 +20,40 @@ unsigned long long ImageIOToolP::PixelBytesRead(unsigned width, unsigned height,
 }
 
 bool ImageIOToolP::SaveBMP(const char* path, unsigned char* pixels, unsigned width, unsigned height,
-                           ePixelFormatP format) {
+                           ePixelFormatP format, GrabSystem::platform::Env* env) {
     if (path == nullptr || pixels == nullptr || PixelBytesRead(width, height, format) == 0) return false;
     const auto channels = static_cast<uint32_t>(format);
     std::vector<uint8_t> head(format::BmpHeaderBytes(channels));
     format::Writer w(head.data(), head.size());
     format::EncodeBmpHeader(w, width, height, channels);
 
-    const auto file = GrabSystem::platform::Env::Default()->NewWritableFile(path);
-    if (!file) return false;
-    bool ok = file->Append(head.data(), head.size());
+    std::unique_ptr<GrabSystem::platform::WritableFile> file;
+    if (!GrabSystem::platform::Env::Or(env)->NewWritableFile(path, &file).ok()) return false;
+    bool ok = file->Append(head.data(), head.size()).ok();
     const uint64_t stride = format::BmpStride(width, channels);
     const size_t rowBytes = size_t{width} * channels;
     if (stride == rowBytes) {
         // Unpadded rows go out in one write straight from the pixels.
-        ok = ok && file->Append(pixels, rowBytes * height);
+        ok = ok && file->Append(pixels, rowBytes * height).ok();
     } else {
         std::vector<unsigned char> row(stride, 0);
         for (uint32_t y = 0; ok && y < height; ++y) {
             std::memcpy(row.data(), pixels + size_t{y} * rowBytes, rowBytes);
-            ok = file->Append(row.data(), row.size());
+            ok = file->Append(row.data(), row.size()).ok();
         }
     }
-    return ok && file->Close();
+    return ok && file->Close().ok();
 }
 
 bool ImageIOToolP::LoadBMP(const char* path, unsigned char*& pixels, unsigned& width, unsigned& height,
-                           ePixelFormatP& format) {
+                           ePixelFormatP& format, GrabSystem::platform::Env* env) {
     pixels = nullptr;
     width = height = 0;
     format = ePixelFormatUnknown;
     if (path == nullptr) return false;
     unsigned char* data = nullptr;
     unsigned long long size = 0;
-    if (!FileToolP::LoadDataFromFile(path, data, size)) return false;
+    if (!FileToolP::LoadDataFromFile(path, data, size, env)) return false;
     std::unique_ptr<unsigned char[]> file(data);
     return DecodeBMP(file.get(), size, pixels, width, height, format);
 }

@@ -5,6 +5,12 @@
 
 #include "grabsystem/grabsystem_export.h"
 
+namespace GrabSystem {
+namespace platform {
+class Env;
+}
+}  // namespace GrabSystem
+
 namespace DrasselSpace {
 
 // The pixel format of a BMP, as its channel count.
@@ -17,11 +23,11 @@ enum ePixelFormatP : int {
 
 class GRABSYSTEM_EXPORT ImageIOToolP {
 public:
-    // Writes width x height pixels of `format` channels. False for a null
-    // path or pixels, a geometry or format that PixelBytesRead refuses, or a
-    // failed write.
+    // Writes width x height pixels of `format` channels through `env` (the
+    // default Env when null). False for a null path or pixels, a geometry or
+    // format that PixelBytesRead refuses, or a failed write.
     static bool SaveBMP(const char* path, unsigned char* pixels, unsigned width, unsigned height,
-                        ePixelFormatP format);
+                        ePixelFormatP format, GrabSystem::platform::Env* env = nullptr);
 
     // The bytes of `pixels` that SaveBMP reads for this geometry: width x
     // height x channels; 0 when it refuses the geometry (a side of 0 or
@@ -32,7 +38,7 @@ public:
     // with delete[]). On failure returns false and leaves `pixels` null and
     // the sizes and format 0.
     static bool LoadBMP(const char* path, unsigned char*& pixels, unsigned& width, unsigned& height,
-                        ePixelFormatP& format);
+                        ePixelFormatP& format, GrabSystem::platform::Env* env = nullptr);
 
     // The same decoder over bytes already in memory.
     static bool DecodeBMP(const unsigned char* file, unsigned long long fileSize, unsigned char*& pixels,

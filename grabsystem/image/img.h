@@ -31,6 +31,7 @@
 #include "grabsystem/format/data_structure.h"
 #include "grabsystem/grabsystem_export.h"
 #include "grabsystem/memory/chunk_data.h"
+#include "grabsystem/platform/env.h"
 #include "grabsystem/platform/os/mutex.h"
 
 namespace GrabSystem {
@@ -103,6 +104,11 @@ public:
     void ReleaseUsingStatus();
 
     // ---- files (paths are the system's own texts; none throws)
+    // The Env the file operations go through (not owned; it must outlive
+    // their use); null, the default, uses Env::Default() at each call.
+    void SetEnv(platform::Env* env) { m_env = env; }
+    platform::Env* GetEnv() const { return platform::Env::Or(m_env); }
+
     // Saves pixels in `fmt` (1 raw, 3 BMP, 4 JPEG; others write no pixels)
     // and appends the info block. True whenever the path is not null: a
     // failed write shows only as a missing or short file.
@@ -159,10 +165,11 @@ private:
     bool _SaveCoreRaw01(FILE* file);
     bool _LoadCoreRaw01(FILE* file);
     eImgFileFormat _FormatOf(const char* path);
-    void _RestoreInfo(FILE* file);
+    void _RestoreInfo(const CImgInfo& saved);
 
     char m_tag[3];
     std::unique_ptr<CImgInfo> m_info;
+    platform::Env* m_env = nullptr;
     bool m_using GRABSYS_GUARDED_BY(m_usingLock) = false;
     platform::CriticalSection m_usingLock;
 };

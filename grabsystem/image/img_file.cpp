@@ -21,13 +21,21 @@ using VormexDataStructure::eImgFmtUnknown;
 
 namespace {
 
-// Closes the file when the scope ends.
-struct FileCloser {
-    FILE* file;
-    ~FileCloser() {
-        if (file != nullptr) std::fclose(file);
-    }
-};
+// The information block at the end of an open file, from the bytes it can
+// span: `found` tells whether there is one. An error when the file will not
+// give those bytes.
+Status ReadBlockAtEnd(const platform::RandomAccessFile& file, CImgInfo& info, bool& found) {
+    found = false;
+    const uint64_t size = file.Size();
+    const uint64_t span = std::min<uint64_t>(size, format::kMaxInfoStreamBytes + format::kInfoTailBytes);
+    std::vector<uint8_t> tail(static_cast<size_t>(span));
+    size_t got = 0;
+    const Status s = file.Read(size - span, tail.size(), tail.data(), &got);
+    if (!s.ok()) return s;
+    found = got == tail.size() &&
+            format::DecodeInfoBlockAtEnd(format::Bytes(tail.data(), tail.size()), info) == format::Status::kOk;
+    return s;
+}
 
 }  // namespace
 
@@ -40,18 +48,23 @@ bool IImgP::_SaveRaw(const char* path) {
     const bool written = _SaveRaw(stream.Stream());
     std::vector<unsigned char> bytes;
     const bool taken = stream.Take(bytes);
-    const auto file = platform::Env::Default()->NewWritableFile(path);
-    if (!file) return false;
+    std::unique_ptr<platform::WritableFile> file;
+    if (!GetEnv()->NewWritableFile(path, &file).ok()) return false;
     if (!written || !taken) {
         file->Abandon();
         return false;
     }
-    return file->Append(bytes.data(), bytes.size()) && file->Close();
+    return file->Append(bytes.data(), bytes.size()).ok() && file->Close().ok();
 }
 
 bool IImgP::_LoadRaw(const char* path) {
-    FileCloser f{platform::Env::Default()->OpenStream(path, "rb")};
-    return f.file != nullptr && _LoadRaw(f.file);
+    // The stream the virtual reader takes holds the file's bytes, read
+    // through the Env.
+    std::unique_ptr<unsigned char[]> bytes;
+    uint64_t size = 0;
+    if (path == nullptr || !GetEnv()->ReadFile(path, bytes, size).ok()) return false;
+    platform::ReadStream stream(std::move(bytes), size);
+    return stream.Stream() != nullptr && _LoadRaw(stream.Stream());
 }
 
 bool IImgP::_SaveRaw(FILE* file) { return _SaveRawCore(file); }
@@ -132,12 +145,12 @@ bool IImgP::SaveFile(const char* path, eImgFileFormat fmt) {
     // written whole, the Env cuts the file back to what it held before (or
     // removes it, when the append made it), so that no reader meets half a
     // block.
-    const auto file = platform::Env::Default()->NewAppendableFile(path);
-    if (!file) return true;
+    std::unique_ptr<platform::WritableFile> file;
+    if (!GetEnv()->NewAppendableFile(path, &file).ok()) return true;
     std::vector<uint8_t> block(format::InfoBlockBytes(GetInfo()));
     format::Writer w(block.data(), block.size());
     format::EncodeInfoBlock(w, GetInfo(), fmt);
-    if (!file->Append(block.data(), block.size()) || !file->Close()) file->Abandon();
+    if (!file->Append(block.data(), block.size()).ok() || !file->Close().ok()) file->Abandon();
     return true;
 }
 
@@ -163,9 +176,8 @@ eImgFileFormat IImgP::_FormatOf(const char* path) {
     return eImgFmtUnknown;
 }
 
-void IImgP::_RestoreInfo(FILE* file) {
-    CImgInfo saved;
-    if (!saved.Extract(file, false)) return;
+void IImgP::_RestoreInfo(const CImgInfo& block) {
+    CImgInfo saved = block;
     // A block whose geometry needs more memory than the image holds (it
     // lies, or the pixels failed to load) keeps the geometry as loaded in
     // memory modes 0 and 1, so that no reader of this image runs past its
@@ -178,13 +190,19 @@ void IImgP::_RestoreInfo(FILE* file) {
 
 bool IImgP::LoadFile(const char* path) {
     if (path == nullptr || !m_info) return false;
-    eImgFileFormat format = eImgFmtUnknown;
+    CImgInfo block;
+    bool hasBlock = false;
+    bool readable = false;
     {
-        FileCloser f{platform::Env::Default()->OpenStream(path, "rb")};
-        if (f.file == nullptr) return false;
-        if (CImgInfo::HasCImgInfo(f.file)) format = CImgInfo::ExtractFileType(f.file);
+        std::unique_ptr<platform::RandomAccessFile> file;
+        if (!GetEnv()->NewRandomAccessFile(path, &file).ok()) return false;
+        // A file that fails while its block is sought loads as nothing: the
+        // image must not come back without the block it may carry.
+        readable = ReadBlockAtEnd(*file, block, hasBlock).ok();
     }
+    eImgFileFormat format = hasBlock ? block.fileFormat : eImgFmtUnknown;
     if (format == eImgFmtUnknown) format = _FormatOf(path);
+    if (!readable) format = eImgFmtUnknown;
 
     bool result = false;
     switch (format) {
@@ -210,10 +228,7 @@ bool IImgP::LoadFile(const char* path) {
     m_info->status = 65535;
     m_info->memMode = VormexDataStructure::eMemModeRealloc;
     m_info->resolution = ImgRes(10.0, 10.0, 10.0);
-    {
-        FileCloser f{platform::Env::Default()->OpenStream(path, "rb")};
-        if (f.file != nullptr) _RestoreInfo(f.file);
-    }
+    if (hasBlock) _RestoreInfo(block);
     if (m_info->procLog.Size() == 0) m_info->procLog.Add(new ImgProcCmd(VormexDataStructure::eProcLoadFile));
     // A load in memory mode 2 may leave a geometry larger than the buffer;
     // the reset above puts the image in mode 0, where that may not stand.

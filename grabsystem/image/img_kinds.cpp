@@ -26,14 +26,21 @@ uint64_t Values(const IImgP& img) { return uint64_t{img.GetChCnt()} * img.GetHei
 
 // Decodes a BMP and sizes the image to it, as the kinds that read BMPs do.
 // The decoder's result is not what decides: a file that does not decode
-// leaves no pixels and 0 x 0 x 0, and the image is sized to that. `count` is
+// leaves no pixels and 0 x 0 x 0, and the image is sized to that; a file
+// that cannot be read fails. `count` is
 // the number of decoded bytes that fit the buffer (memory mode 2 may keep a
 // smaller one than the geometry needs).
 bool LoadBmpInto(IImgP& img, const char* path, Owned& pixels, uint64_t& count) {
+    // A file that cannot be read is no file that does not decode: its load
+    // fails.
+    unsigned char* file = nullptr;
+    unsigned long long size = 0;
+    if (!FileToolP::LoadDataFromFile(path, file, size, img.GetEnv())) return false;
+    const Owned bytes(file);
     unsigned char* data = nullptr;
     unsigned width = 0, height = 0;
     ePixelFormatP format = DrasselSpace::ePixelFormatUnknown;
-    ImageIOToolP::LoadBMP(path, data, width, height, format);
+    ImageIOToolP::DecodeBMP(bytes.get(), size, data, width, height, format);
     pixels.reset(data);
     if (!img.SetSize(width, height, static_cast<uint8_t>(format), false)) return false;
     const uint64_t decoded = uint64_t{static_cast<uint32_t>(format)} * width * height;
@@ -54,7 +61,7 @@ bool SaveValueRaw(IImgP& img, const std::string& path) {
         format::EncodeValueRawHeader(w, width, height, channels, res.dY, res.dZ);
         const uint64_t held = std::min<uint64_t>(bytes, img.GetMemSize());
         if (held != 0) w.Raw(img.GetData(), static_cast<size_t>(held));
-        return FileToolP::SaveDataToFile(path, file.data(), file.size());
+        return FileToolP::SaveDataToFile(path, file.data(), file.size(), img.GetEnv());
     } catch (...) {
         return false;
     }
@@ -66,7 +73,7 @@ template <typename T>
 bool LoadValueRaw(IImgP& img, const std::string& path) {
     unsigned char* raw = nullptr;
     unsigned long long size = 0;
-    if (!FileToolP::LoadDataFromFile(path, raw, size)) return false;
+    if (!FileToolP::LoadDataFromFile(path, raw, size, img.GetEnv())) return false;
     Owned file(raw);
     const format::ValueRawView view = format::DecodeValueRaw(format::Bytes(file.get(), static_cast<size_t>(size)));
     if (!img.SetSize(view.width, view.height, static_cast<uint8_t>(view.channels), false)) return false;
@@ -95,7 +102,7 @@ bool CImg8P::_SaveBmp(const char* path) {
     const unsigned char* pixels = _PaddedPixels(read, padded);
     if (pixels == nullptr && read != 0) return false;
     return ImageIOToolP::SaveBMP(path, const_cast<unsigned char*>(pixels), GetWidth(), GetHeight(),
-                                 static_cast<ePixelFormatP>(GetChCnt()));
+                                 static_cast<ePixelFormatP>(GetChCnt()), GetEnv());
 }
 
 bool CImg8P::_LoadBmp(const char* path) {
@@ -132,7 +139,7 @@ bool CImgFloatP::_SaveBmp(const char* path) {
     // One rendering for the BMP and the preview sheets (see grey_render.h).
     std::unique_ptr<unsigned char[]> grey(new unsigned char[n == 0 ? 1 : n]);
     StretchToGrey(values, n, grey.get());
-    ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), DrasselSpace::ePixelFormatGray8);
+    ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), DrasselSpace::ePixelFormatGray8, GetEnv());
     return true;
 }
 
@@ -164,7 +171,8 @@ bool CImgMaskP::_SaveBmp(const char* path) {
     const uint64_t held = std::min<uint64_t>(count, GetMemSize());
     const unsigned char* mask = GetImg();
     for (uint64_t i = 0; i < count; ++i) grey[i] = i < held && mask[i] > 0 ? 255 : 0;
-    return ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()));
+    return ImageIOToolP::SaveBMP(path, grey.get(), GetWidth(), GetHeight(), static_cast<ePixelFormatP>(GetChCnt()),
+                                 GetEnv());
 }
 
 bool CImgMaskP::_LoadBmp(const char* path) {

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cctype>
+#include <new>
 #include <utility>
 
 namespace GrabSystem {
@@ -26,6 +27,8 @@ Env* BuiltInDefault() {
 
 WritableFile::~WritableFile() = default;
 
+RandomAccessFile::~RandomAccessFile() = default;
+
 Env::~Env() = default;
 
 Env* Env::Default() {
@@ -35,35 +38,70 @@ Env* Env::Default() {
 
 Env* Env::Install(Env* env) { return g_installed.exchange(env, std::memory_order_acq_rel); }
 
+Status Env::ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size) {
+    data.reset();
+    size = 0;
+    std::unique_ptr<RandomAccessFile> file;
+    Status s = NewRandomAccessFile(path, &file);
+    if (!s.ok()) return s;
+    const uint64_t length = file->Size();
+    if (length > SIZE_MAX) return Status::IOError(path, "too large for this machine's memory");
+    std::unique_ptr<unsigned char[]> buffer;
+    if (length != 0) {
+        buffer.reset(new (std::nothrow) unsigned char[static_cast<size_t>(length)]);
+        if (!buffer) return Status::IOError(path, "out of memory for its " + std::to_string(length) + " bytes");
+        size_t got = 0;
+        s = file->Read(0, static_cast<size_t>(length), buffer.get(), &got);
+        if (!s.ok()) return s;
+        if (got != length)
+            return Status::IOError(path, "read " + std::to_string(got) + " of its " + std::to_string(length) + " bytes");
+    }
+    data = std::move(buffer);
+    size = length;
+    return Status::OK();
+}
+
+Status Env::WriteFile(const std::string& path, const void* data, size_t size) {
+    std::unique_ptr<WritableFile> file;
+    Status s = NewWritableFile(path, &file);
+    if (!s.ok()) return s;
+    if (size != 0) s = file->Append(data, size);
+    if (!s.ok()) {
+        file->Abandon();
+        return s;
+    }
+    return file->Close();
+}
+
 // ---------------------------------------------------------------- EnvWrapper
 
-std::unique_ptr<WritableFile> EnvWrapper::NewWritableFile(const std::string& path) {
-    return m_target->NewWritableFile(path);
+Status EnvWrapper::NewWritableFile(const std::string& path, std::unique_ptr<WritableFile>* result) {
+    return m_target->NewWritableFile(path, result);
 }
 
-std::unique_ptr<WritableFile> EnvWrapper::NewAppendableFile(const std::string& path) {
-    return m_target->NewAppendableFile(path);
+Status EnvWrapper::NewAppendableFile(const std::string& path, std::unique_ptr<WritableFile>* result) {
+    return m_target->NewAppendableFile(path, result);
 }
 
-FILE* EnvWrapper::OpenStream(const std::string& path, const char* mode) { return m_target->OpenStream(path, mode); }
-
-bool EnvWrapper::ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size) {
-    return m_target->ReadFile(path, data, size);
+Status EnvWrapper::NewRandomAccessFile(const std::string& path, std::unique_ptr<RandomAccessFile>* result) {
+    return m_target->NewRandomAccessFile(path, result);
 }
 
 bool EnvWrapper::FileExists(const std::string& path) { return m_target->FileExists(path); }
 
 bool EnvWrapper::IsDirectory(const std::string& path) { return m_target->IsDirectory(path); }
 
-bool EnvWrapper::CreateDirectories(const std::string& path) { return m_target->CreateDirectories(path); }
+Status EnvWrapper::CreateDirectories(const std::string& path) { return m_target->CreateDirectories(path); }
 
-bool EnvWrapper::ListFiles(const std::string& dir, std::vector<std::string>& names) {
+Status EnvWrapper::ListFiles(const std::string& dir, std::vector<std::string>* names) {
     return m_target->ListFiles(dir, names);
 }
 
-bool EnvWrapper::RemoveFile(const std::string& path) { return m_target->RemoveFile(path); }
+Status EnvWrapper::RemoveFile(const std::string& path) { return m_target->RemoveFile(path); }
 
-bool EnvWrapper::RenameFile(const std::string& from, const std::string& to) { return m_target->RenameFile(from, to); }
+Status EnvWrapper::RenameFile(const std::string& from, const std::string& to) {
+    return m_target->RenameFile(from, to);
+}
 
 std::string EnvWrapper::NativePath(const std::string& path) { return m_target->NativePath(path); }
 
@@ -104,89 +142,37 @@ std::string DriveMappingEnv::Map(const std::string& path) const {
     return out;
 }
 
-std::unique_ptr<WritableFile> DriveMappingEnv::NewWritableFile(const std::string& path) {
-    return Target()->NewWritableFile(Map(path));
+Status DriveMappingEnv::NewWritableFile(const std::string& path, std::unique_ptr<WritableFile>* result) {
+    return Target()->NewWritableFile(Map(path), result);
 }
 
-std::unique_ptr<WritableFile> DriveMappingEnv::NewAppendableFile(const std::string& path) {
-    return Target()->NewAppendableFile(Map(path));
+Status DriveMappingEnv::NewAppendableFile(const std::string& path, std::unique_ptr<WritableFile>* result) {
+    return Target()->NewAppendableFile(Map(path), result);
 }
 
-FILE* DriveMappingEnv::OpenStream(const std::string& path, const char* mode) {
-    return Target()->OpenStream(Map(path), mode);
-}
-
-bool DriveMappingEnv::ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size) {
-    return Target()->ReadFile(Map(path), data, size);
+Status DriveMappingEnv::NewRandomAccessFile(const std::string& path, std::unique_ptr<RandomAccessFile>* result) {
+    return Target()->NewRandomAccessFile(Map(path), result);
 }
 
 bool DriveMappingEnv::FileExists(const std::string& path) { return Target()->FileExists(Map(path)); }
 
 bool DriveMappingEnv::IsDirectory(const std::string& path) { return Target()->IsDirectory(Map(path)); }
 
-bool DriveMappingEnv::CreateDirectories(const std::string& path) { return Target()->CreateDirectories(Map(path)); }
+Status DriveMappingEnv::CreateDirectories(const std::string& path) { return Target()->CreateDirectories(Map(path)); }
 
-bool DriveMappingEnv::ListFiles(const std::string& dir, std::vector<std::string>& names) {
+Status DriveMappingEnv::ListFiles(const std::string& dir, std::vector<std::string>* names) {
     return Target()->ListFiles(Map(dir), names);
 }
 
-bool DriveMappingEnv::RemoveFile(const std::string& path) { return Target()->RemoveFile(Map(path)); }
+Status DriveMappingEnv::RemoveFile(const std::string& path) { return Target()->RemoveFile(Map(path)); }
 
-bool DriveMappingEnv::RenameFile(const std::string& from, const std::string& to) {
+Status DriveMappingEnv::RenameFile(const std::string& from, const std::string& to) {
     return Target()->RenameFile(Map(from), Map(to));
 }
 
 // Through the target too, so that a stack of wrappers names what the
 // innermost one opens.
 std::string DriveMappingEnv::NativePath(const std::string& path) { return Target()->NativePath(Map(path)); }
-
-// ---------------------------------------------------------------- WriteWatch
-
-class WriteWatch::Watched : public WritableFile {
-public:
-    Watched(std::unique_ptr<WritableFile> file, std::atomic<int>& failed) : m_file(std::move(file)), m_failed(failed) {}
-    ~Watched() override {
-        if (!m_closed) ++m_failed;
-    }
-    bool Append(const void* data, size_t size) override { return m_file->Append(data, size); }
-    bool Sync() override { return m_file->Sync(); }
-    bool Close() override {
-        m_closed = true;
-        const bool ok = m_file->Close();
-        if (!ok) ++m_failed;
-        return ok;
-    }
-    void Abandon() override {
-        m_closed = true;
-        ++m_failed;
-        m_file->Abandon();
-    }
-
-private:
-    std::unique_ptr<WritableFile> m_file;
-    std::atomic<int>& m_failed;
-    bool m_closed = false;
-};
-
-WriteWatch::WriteWatch() : EnvWrapper(Env::Default()), m_previous(Env::Install(this)) {}
-
-WriteWatch::~WriteWatch() { Env::Install(m_previous); }
-
-bool WriteWatch::Finished() const { return m_files.load() != 0 && m_failed.load() == 0; }
-
-std::unique_ptr<WritableFile> WriteWatch::NewWritableFile(const std::string& path) {
-    std::unique_ptr<WritableFile> file = EnvWrapper::NewWritableFile(path);
-    if (!file) return file;
-    ++m_files;
-    return std::make_unique<Watched>(std::move(file), m_failed);
-}
-
-std::unique_ptr<WritableFile> WriteWatch::NewAppendableFile(const std::string& path) {
-    std::unique_ptr<WritableFile> file = EnvWrapper::NewAppendableFile(path);
-    if (!file) return file;
-    ++m_files;
-    return std::make_unique<Watched>(std::move(file), m_failed);
-}
 
 }  // namespace platform
 }  // namespace GrabSystem

@@ -1,9 +1,16 @@
 // Env: the one interface through which the library reaches files, folders,
-// the clock, sleep and threads, modelled on LevelDB's Env. The library asks
-// Env::Default() for everything of the outside world; callers who want files
-// elsewhere (in memory, under another root, with faults injected for tests)
-// install an Env of their own, usually an EnvWrapper that forwards what it
-// does not change.
+// the clock, sleep and threads, modelled on LevelDB's Env. Objects that touch
+// files take the Env to use (SetEnv, as LevelDB's Options::env); one that was
+// given none uses Env::Default() at the time of the call. Callers who want
+// files elsewhere (in memory, under another root, with faults injected for
+// tests, watched for one call) pass an Env of their own, usually an
+// EnvWrapper that forwards what it does not change. Env::Install (and
+// ScopedEnv) replace the process-wide default, for tests and for callers that
+// predate passing one.
+//
+// Every file operation answers with a Status that names the file and the
+// cause, so that a caller can tell its user which file failed and why; the
+// system's classes turn these into their documented bool results.
 //
 // Paths are the system's own texts ("D://ImgTest//...", "D:\\vormex\\...").
 // The system's Env (Env::System()) uses them as given, which is right on
@@ -21,15 +28,14 @@
 // the default must be too.
 #pragma once
 
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/status.h"
 
 namespace GrabSystem {
 namespace platform {
@@ -43,17 +49,35 @@ public:
     // Abandons a file that was not closed.
     virtual ~WritableFile();
 
-    // Appends `size` bytes. False when they could not all be written; the
+    // Appends `size` bytes. An error when they could not all be written; the
     // file is then not finished: Close() fails too.
-    virtual bool Append(const void* data, size_t size) = 0;
+    virtual Status Append(const void* data, size_t size) = 0;
     // Pushes what was written to the device (fsync / FlushFileBuffers).
-    virtual bool Sync() = 0;
-    // Finishes the file: a temporary file is renamed into place. False when
-    // a write failed or the file could not be finished; nothing of it is left
-    // then (see the kinds of file below).
-    virtual bool Close() = 0;
+    virtual Status Sync() = 0;
+    // Finishes the file: a temporary file is renamed into place. An error
+    // when a write failed or the file could not be finished; nothing of it
+    // is left then (see the kinds of file below).
+    virtual Status Close() = 0;
     // Gives the file up: nothing of it is left.
     virtual void Abandon() = 0;
+};
+
+// A file being read, at any offset. Reads may come from several threads at
+// once.
+class GRABSYSTEM_EXPORT RandomAccessFile {
+public:
+    RandomAccessFile() = default;
+    RandomAccessFile(const RandomAccessFile&) = delete;
+    RandomAccessFile& operator=(const RandomAccessFile&) = delete;
+    virtual ~RandomAccessFile();
+
+    // The file's length when it was opened.
+    virtual uint64_t Size() const = 0;
+    // Reads up to `n` bytes at `offset` into `dst`; `*got` receives how many
+    // arrived, fewer than `n` only where the file ends. An error (with
+    // `*got` the bytes that did arrive) when the device fails or the file
+    // gives fewer bytes than its length promises.
+    virtual Status Read(uint64_t offset, size_t n, void* dst, size_t* got) const = 0;
 };
 
 // A started thread; null means "no thread". Win32 semantics: the handle stays
@@ -74,7 +98,7 @@ public:
     Env& operator=(const Env&) = delete;
     virtual ~Env();
 
-    // The Env the library uses: the one installed last, else the system's
+    // The process-wide fallback: the Env installed last, else the system's
     // own (behind a drive mapping rooted at the current directory on POSIX).
     static Env* Default();
     // Makes `env` the default (not owned; it must outlive its use) and
@@ -83,40 +107,46 @@ public:
     static Env* Install(Env* env);
     // The operating system's own Env, with no wrapper.
     static Env* System();
+    // `env`, or the default when it is null: what an object that was given
+    // no Env uses.
+    static Env* Or(Env* env) { return env != nullptr ? env : Default(); }
 
     // ---- files
 
     // A whole file, written to a temporary name beside `path` and renamed
     // into place by Close(); for a path that names a device, pipe or link,
-    // written in place, truncated. Null when it cannot be created (no such
-    // folder, no permission, `path` is a folder).
-    virtual std::unique_ptr<WritableFile> NewWritableFile(const std::string& path) = 0;
+    // written in place, truncated. An error when it cannot be created (no
+    // such folder, no permission, `path` is a folder); `*result` is then
+    // null.
+    virtual Status NewWritableFile(const std::string& path, std::unique_ptr<WritableFile>* result) = 0;
     // Appends to `path` in place, creating it when missing. A failed append
     // (or Abandon) cuts the file back to the length it had, or removes it
     // when the append created it, so that no half record stays behind.
-    virtual std::unique_ptr<WritableFile> NewAppendableFile(const std::string& path) = 0;
-    // fopen of the path, for the steps that hand a stream to a reader
-    // (mode "rb"). Null when it cannot be opened.
-    virtual FILE* OpenStream(const std::string& path, const char* mode) = 0;
-    // The whole file, in a buffer of its size (null for an empty file).
-    // False, with `data` null and `size` 0, when it cannot be read.
-    virtual bool ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size) = 0;
+    virtual Status NewAppendableFile(const std::string& path, std::unique_ptr<WritableFile>* result) = 0;
+    // A regular file opened for reading.
+    virtual Status NewRandomAccessFile(const std::string& path, std::unique_ptr<RandomAccessFile>* result) = 0;
 
     // A regular file (links followed) / a folder exists at `path`.
     virtual bool FileExists(const std::string& path) = 0;
     virtual bool IsDirectory(const std::string& path) = 0;
-    // The folder and its missing parents; true when it exists afterwards.
-    virtual bool CreateDirectories(const std::string& path) = 0;
+    // The folder and its missing parents; OK when it exists afterwards.
+    virtual Status CreateDirectories(const std::string& path) = 0;
     // The names of the plain files in `dir` (not folders), in the order the
-    // file system lists them. False when `dir` cannot be listed.
-    virtual bool ListFiles(const std::string& dir, std::vector<std::string>& names) = 0;
+    // file system lists them; empty on error.
+    virtual Status ListFiles(const std::string& dir, std::vector<std::string>* names) = 0;
     // Removes a regular file; never a device, pipe, link target or folder.
-    virtual bool RemoveFile(const std::string& path) = 0;
+    virtual Status RemoveFile(const std::string& path) = 0;
     // Moves `from` to `to`, replacing a regular file there.
-    virtual bool RenameFile(const std::string& from, const std::string& to) = 0;
+    virtual Status RenameFile(const std::string& from, const std::string& to) = 0;
     // The path as the operating system names it (for messages and for
     // programs started on it).
     virtual std::string NativePath(const std::string& path) = 0;
+
+    // The whole file through NewRandomAccessFile, in a buffer of its size
+    // (null for an empty file). On error `data` is null and `size` 0.
+    Status ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size);
+    // `size` bytes as the whole file at `path`, through NewWritableFile.
+    Status WriteFile(const std::string& path, const void* data, size_t size);
 
     // ---- clock, sleep, threads
 
@@ -145,16 +175,15 @@ public:
     explicit EnvWrapper(Env* target) : m_target(target) {}
     Env* Target() const { return m_target; }
 
-    std::unique_ptr<WritableFile> NewWritableFile(const std::string& path) override;
-    std::unique_ptr<WritableFile> NewAppendableFile(const std::string& path) override;
-    FILE* OpenStream(const std::string& path, const char* mode) override;
-    bool ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size) override;
+    Status NewWritableFile(const std::string& path, std::unique_ptr<WritableFile>* result) override;
+    Status NewAppendableFile(const std::string& path, std::unique_ptr<WritableFile>* result) override;
+    Status NewRandomAccessFile(const std::string& path, std::unique_ptr<RandomAccessFile>* result) override;
     bool FileExists(const std::string& path) override;
     bool IsDirectory(const std::string& path) override;
-    bool CreateDirectories(const std::string& path) override;
-    bool ListFiles(const std::string& dir, std::vector<std::string>& names) override;
-    bool RemoveFile(const std::string& path) override;
-    bool RenameFile(const std::string& from, const std::string& to) override;
+    Status CreateDirectories(const std::string& path) override;
+    Status ListFiles(const std::string& dir, std::vector<std::string>* names) override;
+    Status RemoveFile(const std::string& path) override;
+    Status RenameFile(const std::string& from, const std::string& to) override;
     std::string NativePath(const std::string& path) override;
     uint32_t NowMs() override;
     void SleepMs(uint32_t ms) override;
@@ -179,16 +208,15 @@ public:
 
     std::string Map(const std::string& path) const;
 
-    std::unique_ptr<WritableFile> NewWritableFile(const std::string& path) override;
-    std::unique_ptr<WritableFile> NewAppendableFile(const std::string& path) override;
-    FILE* OpenStream(const std::string& path, const char* mode) override;
-    bool ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size) override;
+    Status NewWritableFile(const std::string& path, std::unique_ptr<WritableFile>* result) override;
+    Status NewAppendableFile(const std::string& path, std::unique_ptr<WritableFile>* result) override;
+    Status NewRandomAccessFile(const std::string& path, std::unique_ptr<RandomAccessFile>* result) override;
     bool FileExists(const std::string& path) override;
     bool IsDirectory(const std::string& path) override;
-    bool CreateDirectories(const std::string& path) override;
-    bool ListFiles(const std::string& dir, std::vector<std::string>& names) override;
-    bool RemoveFile(const std::string& path) override;
-    bool RenameFile(const std::string& from, const std::string& to) override;
+    Status CreateDirectories(const std::string& path) override;
+    Status ListFiles(const std::string& dir, std::vector<std::string>* names) override;
+    Status RemoveFile(const std::string& path) override;
+    Status RenameFile(const std::string& from, const std::string& to) override;
     std::string NativePath(const std::string& path) override;
 
 private:
@@ -205,33 +233,6 @@ public:
     ScopedEnv& operator=(const ScopedEnv&) = delete;
 
 private:
-    Env* m_previous;
-};
-
-// Installed as the default for its lifetime, it watches every whole file
-// written through the Env: the saves of this library answer true once a file
-// could be created, whatever its writes then did, and this tells whether the
-// files really went into place. Callers that must report a failed write
-// (the tool, the Python module) wrap a save in one. Counts from any thread.
-class GRABSYSTEM_EXPORT WriteWatch : public EnvWrapper {
-public:
-    WriteWatch();
-    ~WriteWatch() override;
-    WriteWatch(const WriteWatch&) = delete;
-    WriteWatch& operator=(const WriteWatch&) = delete;
-
-    // At least one file was written, and every one was finished and renamed
-    // into place.
-    bool Finished() const;
-    int FilesStarted() const { return m_files.load(); }
-
-    std::unique_ptr<WritableFile> NewWritableFile(const std::string& path) override;
-    std::unique_ptr<WritableFile> NewAppendableFile(const std::string& path) override;
-
-private:
-    class Watched;
-    std::atomic<int> m_files{0};
-    std::atomic<int> m_failed{0};
     Env* m_previous;
 };
 

@@ -36,6 +36,10 @@ public:
     static Status InvalidArgument(std::string subject, std::string cause) { return {Code::kInvalidArgument, std::move(subject), std::move(cause)}; }
     static Status IOError(std::string subject, std::string cause) { return {Code::kIOError, std::move(subject), std::move(cause)}; }
     static Status TimedOut(std::string subject, std::string cause) { return {Code::kTimedOut, std::move(subject), std::move(cause)}; }
+    // What an operating-system call that set `errnum` (errno) means for the
+    // subject: "<what> (<the system's text>)", kNotFound for a missing file
+    // or folder and kIOError for everything else.
+    static Status FromErrno(std::string subject, const std::string& what, int errnum);
 
     bool ok() const { return m_code == Code::kOk; }
     Code code() const { return m_code; }

@@ -17,6 +17,7 @@
 #include "grabsystem/format/value_raw.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/env.h"
+#include "grabsystem/platform/tracking_env.h"
 #include "grabsystem/platform/toolkit/win_helper.h"
 #include "grabsystem/preview/font5x7.h"
 #include "grabsystem/image/grey_render.h"
@@ -461,8 +462,8 @@ bool ShowPixels(IImgP& img, bool values, Shown& shown, std::string& error) {
     return true;
 }
 
-bool ImageSheet(const std::string& path, format::Bytes file, ImageKind kind, const SheetOptions& o, Sheet& sheet,
-                std::string& error) {
+bool ImageSheet(platform::Env* env, const std::string& path, format::Bytes file, ImageKind kind, const SheetOptions& o,
+                Sheet& sheet, std::string& error, Status& readError) {
     CImgInfo block;
     const bool hasBlock = format::DecodeInfoBlockAtEnd(file, block) == format::Status::kOk;
     // Nothing is loaded that the file cannot fill: the classes size the
@@ -493,13 +494,18 @@ bool ImageSheet(const std::string& path, format::Bytes file, ImageKind kind, con
     }
     std::unique_ptr<IImgP> img;
     bool loaded = false, values = false;
+    // The image classes answer only true or false; what the file met on the
+    // way is kept here.
+    platform::TrackingEnv reads(env);
     if (kind == ImageKind::kFloatRaw) {
         auto f = std::make_unique<CImgFloatP>();
+        f->SetEnv(&reads);
         loaded = f->LoadFromRaw(path);
         img = std::move(f);
         values = true;
     } else if (kind == ImageKind::kDoubleRaw) {
         auto d = std::make_unique<CImgDoubleP>();
+        d->SetEnv(&reads);
         loaded = d->LoadFromRaw(path);
         img = std::move(d);
         values = true;
@@ -511,9 +517,11 @@ bool ImageSheet(const std::string& path, format::Bytes file, ImageKind kind, con
             error = "raw image of " + Num(bits) + " bits per channel (8, 16 and 32 are shown)";
             return false;
         }
+        img->SetEnv(&reads);
         loaded = img->LoadFile(path.c_str());
     }
     if (!loaded) {
+        readError = reads.status();
         error = "the image class cannot load it";
         return false;
     }
@@ -541,10 +549,11 @@ bool ImageSheet(const std::string& path, format::Bytes file, ImageKind kind, con
     return Compose({row}, o.imageWidth, o, sheet, error);
 }
 
-bool ReadBytes(const std::string& path, std::unique_ptr<uint8_t[]>& data, uint64_t& size, std::string& error) {
-    if (platform::Env::Default()->ReadFile(path, data, size)) return true;
-    error = "cannot read the file";
-    return false;
+// What a failed sheet of `path` says: the read error when the file failed,
+// else the cause the sheet was refused for.
+Status Refused(const std::string& path, const std::string& error, const Status& readError) {
+    if (!readError.ok()) return readError;
+    return Status::Corruption(path, error);
 }
 
 bool DetectImage(const std::string& path, format::Bytes file, ImageKind& kind) {
@@ -637,16 +646,20 @@ bool Downscale(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t 
 
 // ---------------------------------------------------------------- sheets
 
-bool RenderArmViewSheet(const capture::ArmViewContent& view, int viewIndex, const SheetOptions& options,
-                        Sheet& sheet, std::string& error) {
+Status RenderArmViewSheet(const capture::ArmViewContent& view, int viewIndex, const SheetOptions& options,
+                          Sheet& sheet) {
+    std::string error;
+    if (!CheckOptions(options, error)) return Status::InvalidArgument("", error);
     std::vector<Row> rows;
-    return CheckOptions(options, error) && ArmRows(view, viewIndex, options.thumbWidth, rows, error) &&
-           Compose(rows, options.thumbWidth, options, sheet, error);
+    if (ArmRows(view, viewIndex, options.thumbWidth, rows, error) && Compose(rows, options.thumbWidth, options, sheet, error))
+        return Status::OK();
+    return Status::Corruption("", error);
 }
 
-bool RenderPackageSheet(const capture::PackageContent& package, const SheetOptions& options, Sheet& sheet,
-                        std::string& error) {
-    if (!CheckOptions(options, error)) return false;
+namespace {
+
+bool PackageSheet(const capture::PackageContent& package, const SheetOptions& options, Sheet& sheet,
+                  std::string& error) {
     uint64_t cells = 0;
     for (const capture::PackageRun& run : package.runs) cells += run.frames.count;
     if (TooManyCells(cells, options.thumbWidth, error)) return false;
@@ -684,33 +697,53 @@ bool RenderPackageSheet(const capture::PackageContent& package, const SheetOptio
     return Compose(rows, options.thumbWidth, options, sheet, error);
 }
 
-bool RenderImageSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, std::string& error) {
-    std::unique_ptr<uint8_t[]> data;
-    uint64_t size = 0;
-    if (!CheckOptions(options, error) || !ReadBytes(path, data, size, error)) return false;
-    const format::Bytes file(data.get(), static_cast<size_t>(size));
-    ImageKind kind;
-    if (!DetectImage(path, file, kind)) {
-        error = "not a raw, BMP, float raw or double raw image";
-        return false;
-    }
-    return ImageSheet(path, file, kind, options, sheet, error);
+}  // namespace
+
+Status RenderPackageSheet(const capture::PackageContent& package, const SheetOptions& options, Sheet& sheet) {
+    std::string error;
+    if (!CheckOptions(options, error)) return Status::InvalidArgument("", error);
+    return PackageSheet(package, options, sheet, error) ? Status::OK() : Status::Corruption("", error);
 }
 
-bool RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, std::string& error) {
+Status RenderImageSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, platform::Env* env) {
+    env = platform::Env::Or(env);
+    std::string error;
+    if (!CheckOptions(options, error)) return Status::InvalidArgument(path, error);
     std::unique_ptr<uint8_t[]> data;
     uint64_t size = 0;
-    if (!CheckOptions(options, error) || !ReadBytes(path, data, size, error)) return false;
+    const Status read = env->ReadFile(path, data, size);
+    if (!read.ok()) return read;
     const format::Bytes file(data.get(), static_cast<size_t>(size));
+    ImageKind kind;
+    if (!DetectImage(path, file, kind)) return Status::Corruption(path, "not a raw, BMP, float raw or double raw image");
+    Status readError;
+    if (ImageSheet(env, path, file, kind, options, sheet, error, readError)) return Status::OK();
+    return Refused(path, error, readError);
+}
+
+Status RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, platform::Env* env) {
+    env = platform::Env::Or(env);
+    std::string error;
+    if (!CheckOptions(options, error)) return Status::InvalidArgument(path, error);
+    std::unique_ptr<uint8_t[]> data;
+    uint64_t size = 0;
+    const Status read = env->ReadFile(path, data, size);
+    if (!read.ok()) return read;
+    const format::Bytes file(data.get(), static_cast<size_t>(size));
+    Status readError;
     if (CWinHelper::GetFileExtension(path) == ".armraw") {
         capture::ArmViewContent view;
-        if (!capture::DecodeArmView(file, view, error)) return false;
+        const Status decoded = capture::DecodeArmView(file, view);
+        if (!decoded.ok()) return Status::Corruption(path, decoded.cause());
         data.reset();
-        return RenderArmViewSheet(view, ViewOfPath(path), options, sheet, error);
+        const Status shown = RenderArmViewSheet(view, ViewOfPath(path), options, sheet);
+        return shown.ok() ? shown : Status::Corruption(path, shown.cause());
     }
     ImageKind kind;
-    if (DetectImage(path, file, kind) && kind != ImageKind::kPlainRaw)
-        return ImageSheet(path, file, kind, options, sheet, error);
+    if (DetectImage(path, file, kind) && kind != ImageKind::kPlainRaw) {
+        if (ImageSheet(env, path, file, kind, options, sheet, error, readError)) return Status::OK();
+        return Refused(path, error, readError);
+    }
     // Only versions a package reader takes: any other first word would be
     // reported as a damaged general package, which a stray file is not.
     const uint32_t first = file.size >= 4 ? format::GetU32(file.data) : 0;
@@ -718,41 +751,55 @@ bool RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet
         (format::IsImagePackageVersion(first) || first == format::kGeneralPackageVersion)) {
         data.reset();
         capture::PackageContent package;
-        return capture::ReadPackage(path, package, error) && RenderPackageSheet(package, options, sheet, error);
+        const Status loaded = capture::ReadPackage(path, package, env);
+        if (!loaded.ok()) return loaded;
+        return PackageSheet(package, options, sheet, error) ? Status::OK() : Status::Corruption(path, error);
     }
-    if (DetectImage(path, file, kind)) return ImageSheet(path, file, kind, options, sheet, error);
-    error = "not a file of this system (arm view, debug package, raw, BMP, float or double raw image)";
-    return false;
+    if (DetectImage(path, file, kind)) {
+        if (ImageSheet(env, path, file, kind, options, sheet, error, readError)) return Status::OK();
+        return Refused(path, error, readError);
+    }
+    return Status::Corruption(path, "not a file of this system (arm view, debug package, raw, BMP, float or double raw image)");
 }
 
-bool RenderFolderSheet(const std::string& directory, const SheetOptions& options, Sheet& sheet, std::string& error) {
-    if (!CheckOptions(options, error)) return false;
+Status RenderFolderSheet(const std::string& directory, const SheetOptions& options, Sheet& sheet,
+                         std::vector<Status>* unreadable, platform::Env* env) {
+    if (unreadable != nullptr) unreadable->clear();
+    std::string error;
+    if (!CheckOptions(options, error)) return Status::InvalidArgument(directory, error);
     std::vector<int> views;
-    ArmImageExtractor().ParseArmRawFile(directory, views);
-    if (views.empty()) {
-        error = "no .armraw files named by a view number";
-        return false;
+    {
+        platform::TrackingEnv listing(platform::Env::Or(env));
+        ArmImageExtractor extractor;
+        extractor.SetEnv(&listing);
+        extractor.ParseArmRawFile(directory, views);
+        if (!listing.ok()) return listing.status();
     }
+    if (views.empty()) return Status::NotFound(directory, "no .armraw files named by a view number");
     std::sort(views.begin(), views.end());
-    if (views.size() > kMaxSheetSide / kLineHeight) {
-        error = Num(static_cast<int64_t>(views.size())) + " views: more rows than a sheet can hold";
-        return false;
-    }
+    if (views.size() > kMaxSheetSide / kLineHeight)
+        return Status::InvalidArgument(directory,
+                                       Num(static_cast<int64_t>(views.size())) + " views: more rows than a sheet can hold");
     const std::string prefix =
         directory.empty() || directory.back() == '/' || directory.back() == '\\' ? directory : directory + "/";
     std::vector<Row> rows;
     std::deque<std::vector<uint8_t>> thumbs;  // the index keeps thumbnails, not views
-    std::string failed;
     for (int v : views) {
         capture::ArmViewContent view;
         std::string why;
         std::vector<Row> viewRows;
         Row index;
-        const bool read = capture::ReadArmView(prefix + Num(v) + ".armraw", view, why) &&
-                          ArmRows(view, v, options.thumbWidth, viewRows, why);
-        if (!read) {
-            index.label.push_back("VIEW " + Num(v) + ": " + why);
-            failed += (failed.empty() ? "" : "; ") + ("view " + Num(v) + ": " + why);
+        const std::string path = prefix + Num(v) + ".armraw";
+        Status read = capture::ReadArmView(path, view, env);
+        if (read.ok() && !ArmRows(view, v, options.thumbWidth, viewRows, why)) read = Status::Corruption(path, why);
+        if (!read.ok()) {
+            index.label.push_back("VIEW " + Num(v) + ": " + read.cause());
+            if (unreadable != nullptr) {
+                const std::string cause = "view " + Num(v) + ": " + read.cause();
+                unreadable->push_back(read.IsIOError()    ? Status::IOError(read.subject(), cause)
+                                      : read.IsNotFound() ? Status::NotFound(read.subject(), cause)
+                                                          : Status::Corruption(read.subject(), cause));
+            }
             rows.push_back(std::move(index));
             continue;
         }
@@ -768,10 +815,8 @@ bool RenderFolderSheet(const std::string& directory, const SheetOptions& options
                 small.name = dirRow.tag + " " + f->name.substr(3);
                 uint32_t tw = 0, th = 0;
                 thumbs.emplace_back();
-                if (!MakeThumb(*f, options.thumbWidth, thumbs.back(), tw, th, small.stats)) {
-                    error = "out of memory for a thumbnail";
-                    return false;
-                }
+                if (!MakeThumb(*f, options.thumbWidth, thumbs.back(), tw, th, small.stats))
+                    return Status::IOError(directory, "out of memory for a thumbnail");
                 small.measured = true;
                 small.pixels = thumbs.back().data();
                 small.width = tw;
@@ -781,11 +826,10 @@ bool RenderFolderSheet(const std::string& directory, const SheetOptions& options
         }
         rows.push_back(std::move(index));
         Grid grid;
-        if (!Layout(rows, options.thumbWidth, options.perRow, grid, error)) return false;
+        if (!Layout(rows, options.thumbWidth, options.perRow, grid, error)) return Status::InvalidArgument(directory, error);
     }
-    if (!Compose(rows, options.thumbWidth, options, sheet, error)) return false;
-    error = failed;
-    return true;
+    if (!Compose(rows, options.thumbWidth, options, sheet, error)) return Status::InvalidArgument(directory, error);
+    return Status::OK();
 }
 
 }  // namespace preview

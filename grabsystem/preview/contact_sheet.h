@@ -49,6 +49,11 @@
 // sheet whose side would pass kMaxSheetSide or whose pixels would pass
 // kMaxSheetPixels is refused with a message giving its size, whatever the
 // file claims, before any thumbnail is made.
+//
+// The renderers answer with a Status: the file's own error (I/O error, not
+// found) when it cannot be read, through the Env given (the default Env
+// when null); corruption, naming the file and the cause, when it cannot be
+// shown; invalid argument for options out of range.
 #pragma once
 
 #include <cstdint>
@@ -57,6 +62,8 @@
 
 #include "grabsystem/capture/capture_reader.h"
 #include "grabsystem/grabsystem_export.h"
+#include "grabsystem/platform/env.h"
+#include "grabsystem/platform/status.h"
 
 namespace GrabSystem {
 namespace preview {
@@ -111,13 +118,13 @@ GRABSYSTEM_EXPORT bool Downscale(const uint8_t* pixels, uint32_t width, uint32_t
 // the extractor would fail for its layout (more than 8 cameras, Sin
 // frames with a third dimension of 0, a frame past the directory list)
 // is refused.
-GRABSYSTEM_EXPORT bool RenderArmViewSheet(const capture::ArmViewContent& view, int viewIndex,
-                                          const SheetOptions& options, Sheet& sheet, std::string& error);
+GRABSYSTEM_EXPORT Status RenderArmViewSheet(const capture::ArmViewContent& view, int viewIndex,
+                                            const SheetOptions& options, Sheet& sheet);
 
 // One row per run: camera, group, jump index, size and the frame numbers
 // the export gives its files (frames x group + jump + j).
-GRABSYSTEM_EXPORT bool RenderPackageSheet(const capture::PackageContent& package, const SheetOptions& options,
-                                          Sheet& sheet, std::string& error);
+GRABSYSTEM_EXPORT Status RenderPackageSheet(const capture::PackageContent& package, const SheetOptions& options,
+                                            Sheet& sheet);
 
 // A raw, BMP, float raw or double raw image, loaded with the library's
 // image classes and shown whole at imageWidth, labelled with its
@@ -126,25 +133,26 @@ GRABSYSTEM_EXPORT bool RenderPackageSheet(const capture::PackageContent& package
 // channels in colour, BMP order turned into RGB); float images exactly as
 // their BMP (grey_render.h); double, 16- and 32-bit images by the same
 // stretch. Images of more than one channel and more than 8 bits are refused.
-GRABSYSTEM_EXPORT bool RenderImageSheet(const std::string& path, const SheetOptions& options, Sheet& sheet,
-                                        std::string& error);
+GRABSYSTEM_EXPORT Status RenderImageSheet(const std::string& path, const SheetOptions& options, Sheet& sheet,
+                                          platform::Env* env = nullptr);
 
 // Any of the above, chosen by name and content: ".armraw" names an arm view
 // (its view number is the file's stem); otherwise a BMP by its signature, an
 // image with an information block (raw), a float or double raw whose
 // header accounts for the file's size exactly, a debug package of either
 // form by its first word, and last a ".raw" without a block.
-GRABSYSTEM_EXPORT bool RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet,
-                                       std::string& error);
+GRABSYSTEM_EXPORT Status RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet,
+                                         platform::Env* env = nullptr);
 
 // An index of a folder of ".armraw" files: one row per view in view order,
 // labelled with its counts and size, holding for each directory of the
 // view its first frame by number and its white frame. Views that cannot be
-// read keep their row, labelled with the cause, and are listed in `error`
-// while the function still returns true; false (and no sheet) when the
-// folder holds no view file or the sheet would be too large.
-GRABSYSTEM_EXPORT bool RenderFolderSheet(const std::string& directory, const SheetOptions& options, Sheet& sheet,
-                                         std::string& error);
+// read keep their row, labelled with the cause, and each adds its Status to
+// `unreadable` (when given) while the sheet is still made; an error (and no
+// sheet) when the folder cannot be listed, holds no view file or the sheet
+// would be too large.
+GRABSYSTEM_EXPORT Status RenderFolderSheet(const std::string& directory, const SheetOptions& options, Sheet& sheet,
+                                           std::vector<Status>* unreadable = nullptr, platform::Env* env = nullptr);
 
 }  // namespace preview
 }  // namespace GrabSystem

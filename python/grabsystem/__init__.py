@@ -11,13 +11,15 @@ what C++ callers write: write_image, write_float_raw, write_ffc_tables,
 write_arm_view (or ArmOutputManager.add_view), write_image_package,
 write_general_package. ImagePool takes frames from any buffer; ArmExtractor and
 export_packages turn captures back into BMP trees; contact_sheet and
-folder_sheet give the pictures of grabsys preview as arrays. grabsystem.dask
-(with Dask installed) reads whole archives as Dask arrays and runs extraction,
-export and previews as one task per file (read_arm_header, read_package_head,
-extract_view, export_package, import_project_file).
+folder_sheet give the pictures of grabsys preview as arrays. Camera streams
+a GenICam camera (through Aravis) into an ImagePool, counting every frame.
+grabsystem.dask (with Dask installed) reads whole archives as Dask arrays and
+runs extraction, export and previews as one task per file (read_arm_header,
+read_package_head, extract_view, export_package, import_project_file).
 
 A file that cannot be read or written raises FileError (an OSError) naming the
-file and the cause. Outcomes that are normal while grabbing return False or
+file and the cause; a camera that cannot be opened, set or streamed raises
+CameraError (an OSError) naming the camera and the cause. Outcomes that are normal while grabbing return False or
 None instead: a push no image can take, a serial no longer in the pool.
 """
 
@@ -26,18 +28,23 @@ from ._core import (
     ArmExtractor,
     ArmOutputManager,
     ArmView,
+    Camera,
+    CameraError,
     FileError,
     Image,
     ImagePool,
     Package,
     PackageRecord,
     PoolImage,
+    camera_support,
+    check_simulated_pattern,
     export_package,
     export_packages,
     contact_sheet,
     extract_view,
     folder_sheet,
     import_project_file,
+    list_cameras,
     read_arm_header,
     read_arm_view,
     read_ffc_tables,
@@ -59,18 +66,23 @@ __all__ = [
     "ArmExtractor",
     "ArmOutputManager",
     "ArmView",
+    "Camera",
+    "CameraError",
     "FileError",
     "Image",
     "ImagePool",
     "Package",
     "PackageRecord",
     "PoolImage",
+    "camera_support",
+    "check_simulated_pattern",
     "export_package",
     "export_packages",
     "contact_sheet",
     "extract_view",
     "folder_sheet",
     "import_project_file",
+    "list_cameras",
     "read_arm_header",
     "read_arm_view",
     "read_ffc_tables",

@@ -13,6 +13,11 @@ class FileError(OSError):
     filename: str
     cause: str
 
+class CameraError(OSError):
+    camera: str
+    cause: str
+    code: str
+
 def set_drive_root(root: str) -> None: ...
 
 # ---- images
@@ -179,6 +184,49 @@ def contact_sheet(
 def folder_sheet(
     directory: _PathLike, thumb_width: int = 96, per_row: int = 13, labels: bool = True
 ) -> npt.NDArray[np.uint8]: ...
+
+# ---- cameras
+
+class Camera:
+    def __init__(
+        self,
+        *,
+        simulated: Optional[str] = None,
+        address: Optional[str] = None,
+        device_id: Optional[str] = None,
+        discover: bool = False,
+    ) -> None: ...
+    def configure(
+        self,
+        *,
+        width: int = 0,
+        height: int = 0,
+        x: int = 0,
+        y: int = 0,
+        pixel_format: str = "Mono8",
+        frame_rate: float = 0.0,
+        packet_size: int = 0,
+        socket_buffer: int = 4194304,
+    ) -> None: ...
+    def start(
+        self, pool: ImagePool, *, frame_attr: str = "frame_id", first_counter: int = 0, buffers: int = 8, timeout_ms: int = 1000
+    ) -> None: ...
+    def stop(self) -> None: ...
+    def reset_counters(self) -> None: ...
+    @property
+    def name(self) -> str: ...
+    @property
+    def streaming(self) -> bool: ...
+    @property
+    def description(self) -> Dict[str, Any]: ...
+    @property
+    def counters(self) -> Dict[str, int]: ...
+    def __enter__(self) -> "Camera": ...
+    def __exit__(self, *args: Any) -> None: ...
+
+def list_cameras(discover: bool = False) -> List[Dict[str, Any]]: ...
+def camera_support() -> bool: ...
+def check_simulated_pattern(frame: npt.NDArray[Any], frame_id: int) -> int: ...
 
 # ---- archives, one file at a time (grabsystem.dask runs them as tasks)
 

@@ -4,9 +4,8 @@
 // wrote whole and which it did not.
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <cstdlib>
-#include <mutex>
-#include <set>
 
 #include "common.h"
 #include "grabsystem/arm/arm_image_extractor.h"
@@ -23,12 +22,6 @@ namespace {
 
 namespace format = GrabSystem::format;
 using GrabSystem::platform::Env;
-using GrabSystem::platform::EnvWrapper;
-using GrabSystem::platform::WritableFile;
-
-[[noreturn]] void FailToOpen(const std::string& path) {
-    Fail(path, Env::Default()->FileExists(path) ? "cannot read the file" : "no such file");
-}
 
 // Reads a file's head in steps, never more than the file holds.
 class Head {
@@ -40,7 +33,7 @@ public:
             opened = m_reader.Open(path.c_str()) != 0;
             if (opened) m_fileBytes = m_reader.Remaining();
         }
-        if (!opened) FailToOpen(path);
+        if (!opened) Fail(path, m_reader.status().cause());
     }
     // Up to `bytes` more bytes (fewer at the end of the file).
     format::Bytes More(size_t bytes) {
@@ -122,105 +115,38 @@ py::dict ReadPackageHead(const std::string& path) {
     return d;
 }
 
-// Sees every file a call writes through the default Env, and whether it went
-// into place whole: never created, a failed write and a failed rename all
-// count against it. Several threads of one call may write at once.
-class FileRecorder final : public EnvWrapper {
-public:
-    FileRecorder() : EnvWrapper(Env::Default()) {}
-
-    std::unique_ptr<WritableFile> NewWritableFile(const std::string& path) override {
-        return Watch(path, EnvWrapper::NewWritableFile(path));
-    }
-    std::unique_ptr<WritableFile> NewAppendableFile(const std::string& path) override {
-        return Watch(path, EnvWrapper::NewAppendableFile(path));
-    }
-
-    // Files written whole, and files with any part that did not go in.
-    std::vector<std::string> Whole() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        std::vector<std::string> whole;
-        for (const std::string& path : m_written)
-            if (m_failed.count(path) == 0) whole.push_back(path);
-        return whole;
-    }
-    std::vector<std::string> Broken() const {
-        std::lock_guard<std::mutex> lock(m_mutex);
-        return std::vector<std::string>(m_failed.begin(), m_failed.end());
-    }
-
-private:
-    class Watched final : public WritableFile {
-    public:
-        Watched(std::unique_ptr<WritableFile> file, FileRecorder& owner, std::string path)
-            : m_file(std::move(file)), m_owner(owner), m_path(std::move(path)) {}
-        ~Watched() override {
-            if (!m_done) m_owner.Done(m_path, false);
-        }
-        bool Append(const void* data, size_t size) override { return m_file->Append(data, size); }
-        bool Sync() override { return m_file->Sync(); }
-        bool Close() override {
-            const bool ok = m_file->Close();
-            Finish(ok);
-            return ok;
-        }
-        void Abandon() override {
-            m_file->Abandon();
-            Finish(false);
-        }
-
-    private:
-        void Finish(bool ok) {
-            if (!m_done) m_owner.Done(m_path, ok);
-            m_done = true;
-        }
-        std::unique_ptr<WritableFile> m_file;
-        FileRecorder& m_owner;
-        const std::string m_path;
-        bool m_done = false;
-    };
-
-    std::unique_ptr<WritableFile> Watch(const std::string& path, std::unique_ptr<WritableFile> file) {
-        if (!file) {
-            Done(path, false);
-            return file;
-        }
-        return std::make_unique<Watched>(std::move(file), *this, path);
-    }
-    void Done(const std::string& path, bool ok) {
-        const std::string native = NativePath(path);
-        std::lock_guard<std::mutex> lock(m_mutex);
-        (ok ? m_written : m_failed).insert(native);
-    }
-
-    mutable std::mutex m_mutex;
-    std::set<std::string> m_written;  // guarded by m_mutex
-    std::set<std::string> m_failed;   // guarded by m_mutex
-};
-
-// Runs `call` (false: the input failed, `cause` says why) with its files
-// recorded; the files written whole, or FileError naming `input` and what
-// went wrong, the files that did not come out whole included.
-std::vector<std::string> Recorded(const std::string& input, const std::function<bool(std::string& cause)>& call) {
+// Runs `call` (false: the input failed, `cause` says why) without the GIL,
+// with the Env it must do all its work through: a TrackingEnv of its own,
+// so that other calls' files never count. The files written whole, or
+// FileError naming `input` and what went wrong, every file that did not
+// come out whole included.
+std::vector<std::string> Recorded(const std::string& input, const std::function<bool(Env* env, std::string& cause)>& call) {
+    CallFiles files;
     bool ok = false;
     std::string cause;
-    std::vector<std::string> whole, broken;
-    WatchedWrite([&] {
-        FileRecorder recorder;
-        GrabSystem::platform::ScopedEnv scope(&recorder);
-        ok = call(cause);
-        whole = recorder.Whole();
-        broken = recorder.Broken();
-        return ok;
-    });
-    if (!broken.empty()) {
+    {
+        py::gil_scoped_release release;
+        ok = call(&files, cause);
+    }
+    // The input's own failures (an open, a read) are the cause; the rest are
+    // files of the output, each said once.
+    const std::string native = files.NativePath(input);
+    std::vector<std::string> outputs;
+    for (const GrabSystem::Status& f : files.Failures()) {
+        if (f.subject() == native) {
+            if (cause.empty()) cause = f.cause();
+        } else if (std::find(outputs.begin(), outputs.end(), f.ToString()) == outputs.end()) {
+            outputs.push_back(f.ToString());
+        }
+    }
+    if (!outputs.empty()) {
         std::string list;
-        for (const std::string& path : broken) list += (list.empty() ? "" : ", ") + path;
-        cause += (cause.empty() ? "" : "; ") + std::to_string(broken.size()) + " file" + (broken.size() == 1 ? "" : "s") +
+        for (const std::string& f : outputs) list += (list.empty() ? "" : "; ") + f;
+        cause += (cause.empty() ? "" : "; ") + std::to_string(files.FilesFailed()) + " file" + (files.FilesFailed() == 1 ? "" : "s") +
                  " not written whole: " + list;
     }
-    if (!ok || !broken.empty()) Fail(input, cause);
-    return whole;
+    if (!ok || !files.ok()) Fail(input, cause);
+    return files.WholeFiles();
 }
 
 // The readers are strict where the extractor and the exporter are lenient: a
@@ -228,53 +154,53 @@ std::vector<std::string> Recorded(const std::string& input, const std::function<
 // rest zeros, or bytes of another frame), and its user must hear of that.
 template <typename Content>
 void CheckInput(const std::string& path, const std::vector<std::string>& files, const char* writer,
-                bool (*read)(const std::string&, Content&, std::string&)) {
+                GrabSystem::Status (*read)(const std::string&, Content&, Env*)) {
     Content content;
-    std::string error;
-    bool ok = false;
+    GrabSystem::Status status;
     {
         py::gil_scoped_release release;
-        ok = read(path, content, error);
+        status = read(path, content, nullptr);
     }
-    if (!ok)
-        Fail(path, error + "; damaged, yet " + writer + " wrote " + std::to_string(files.size()) + " file" +
+    if (!status.ok())
+        Fail(path, status.cause() + "; damaged, yet " + writer + " wrote " + std::to_string(files.size()) + " file" +
                        (files.size() == 1 ? "" : "s") + " of what it could read");
 }
 
 // Why a package the exporter refused does not load, as the strict reader
 // sees it.
-std::string PackageCause(const std::string& path) {
+std::string PackageCause(const std::string& path, Env* env) {
     GrabSystem::capture::PackageContent content;
-    std::string error;
-    if (!GrabSystem::capture::ReadPackage(path, content, error)) return error;
+    const GrabSystem::Status status = GrabSystem::capture::ReadPackage(path, content, env);
+    if (!status.ok()) return status.cause();
     return "the exporter cannot load it as a package of the list's form (the first file's)";
 }
 
 // A general package's load writes its project file and expects the folder,
 // as the tool's drive root has it.
-void MakeProjectFolder() {
+void MakeProjectFolder(Env* env) {
     const std::string project = GrabSystem::CDebugPackageP::kProjectFilePath;
-    Env::Default()->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
+    env->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
 }
 
 std::vector<std::string> ExportPackage(const std::string& path, const py::object& position, const std::string& first,
                                        bool check) {
     const bool alone = position.is_none();
     const unsigned index = alone ? 0 : position.cast<unsigned>();
-    std::vector<std::string> files = Recorded(path, [&](std::string& cause) {
-        MakeProjectFolder();
+    std::vector<std::string> files = Recorded(path, [&](Env* env, std::string& cause) {
+        MakeProjectFolder(env);
         // One entry of ExprotPackage: the list's first file's version picks
         // the form, the position (none for a package alone) the folders. A
         // package that does not load exports nothing, alone or in a list.
         unsigned version = 0;
         {
-            BinaryReader reader;
+            BinaryReader reader(env);
             if (reader.Open((alone || first.empty() ? path : first).c_str()) != 0) version = reader.ReadUInt();
         }
         GrabSystem::CDebugPackageExporterP exporter;
+        exporter.SetEnv(env);
         if (format::IsImagePackageVersion(version)) {
             if (!exporter.DebugImgPackage->LoadDebugPackage(path)) {
-                cause = PackageCause(path);
+                cause = PackageCause(path, env);
                 return false;
             }
             if (alone)
@@ -284,7 +210,7 @@ std::vector<std::string> ExportPackage(const std::string& path, const py::object
             return true;
         }
         if (!exporter.DebugPackage->LoadDebugPackage(path)) {
-            cause = PackageCause(path);
+            cause = PackageCause(path, env);
             return false;
         }
         // The exporter does not consult this; a user must hear of frames
@@ -300,11 +226,12 @@ std::vector<std::string> ExportPackage(const std::string& path, const py::object
 }
 
 std::vector<std::string> ImportProjectFile(const std::string& path) {
-    return Recorded(path, [&](std::string& cause) {
-        MakeProjectFolder();
+    return Recorded(path, [&](Env* env, std::string& cause) {
+        MakeProjectFolder(env);
         GrabSystem::CDebugPackageP package;
+        package.SetEnv(env);
         if (package.LoadDebugPackage(path)) return true;
-        cause = PackageCause(path);
+        cause = PackageCause(path, env);
         return false;
     });
 }
@@ -321,13 +248,16 @@ std::vector<std::string> ExtractView(const std::string& path, const std::string&
     parm.views[0] = {std::atoi(stem.c_str())};
     parm.outputDir = outputDir;
     parm.mode = mode;
-    std::vector<std::string> files = Recorded(path, [&](std::string& cause) {
+    std::vector<std::string> files = Recorded(path, [&](Env* env, std::string& cause) {
         GrabSystem::ArmImageExtractor extractor;
+        extractor.SetEnv(env);
         std::vector<int> failed[1];
         extractor.OutputOneViewArmImages(parm, failed, 1);
         if (extractor.GetCounters().extracted[0] == 1) return true;
         GrabSystem::capture::ArmViewContent view;
-        if (GrabSystem::capture::ReadArmView(path, view, cause)) {
+        const GrabSystem::Status read = GrabSystem::capture::ReadArmView(path, view, env);
+        cause = read.cause();
+        if (read.ok()) {
             cause = failed[0].empty() ? "the extractor skipped it (its folder or the output folder is missing)"
                                       : "the extractor could not write the view";
         }

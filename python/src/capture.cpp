@@ -1,6 +1,7 @@
 // Capture files to and from numpy: arm views and both package forms.
 #include <pybind11/stl.h>
 
+#include <algorithm>
 #include <memory>
 
 #include "common.h"
@@ -23,13 +24,12 @@ py::array StackOver(const py::object& owner, const FrameStack& s) {
 template <typename Content, typename Reader>
 std::unique_ptr<Content> Read(const std::string& path, Reader reader) {
     auto content = std::make_unique<Content>();
-    std::string error;
-    bool ok = false;
+    GrabSystem::Status status;
     {
         py::gil_scoped_release release;
-        ok = reader(path, *content, error);
+        status = reader(path, *content, nullptr);
     }
-    if (!ok) Fail(path, error);
+    if (!status.ok()) Fail(path, status);
     return content;
 }
 
@@ -57,26 +57,65 @@ void ParseRuns(const py::list& runs, std::vector<FrameArray>& arrays, std::vecto
     }
 }
 
+// The image package puts frame j of run i at (FrameCount_i x i + j) frame
+// bytes of run i into a data area of the runs' summed bytes, as AddData
+// writes and the export reads it. Run i thus lies at [FrameCount_i x i x
+// frameBytes_i, FrameCount_i x (i + 1) x frameBytes_i): the package holds
+// the runs exactly when these spans stay inside the area and do not
+// overlap, which (their lengths summing to the area) is when they tile it.
+// Anything else would overwrite frames or lose them: ValueError, naming the
+// first run that does not fit.
+void CheckImagePackagePlacement(const std::vector<GrabSystem::CDebugPackageInfoP>& runs) {
+    uint64_t area = 0;
+    for (const auto& r : runs) area += static_cast<uint64_t>(r.Width) * r.Height * r.FrameCount;
+    if (area > UINT32_MAX) throw py::value_error("runs: more than the 4 GiB an image package holds");
+    struct Span {
+        uint64_t start, end;
+        size_t run;
+    };
+    std::vector<Span> spans;
+    for (size_t i = 0; i < runs.size(); ++i) {
+        const uint64_t bytes = static_cast<uint64_t>(runs[i].Width) * runs[i].Height * runs[i].FrameCount;
+        if (bytes != 0) spans.push_back({bytes * i, bytes * (i + 1), i});
+    }
+    std::sort(spans.begin(), spans.end(), [](const Span& a, const Span& b) { return a.start < b.start; });
+    uint64_t reached = 0;
+    for (const Span& s : spans) {
+        if (s.start < reached || s.end > area)
+            throw py::value_error("runs: run " + std::to_string(s.run) +
+                                  " does not fit the image package's frame placement (frame j of run i goes to "
+                                  "(frames of run i x i + j) x its frame bytes): give every run one size and one "
+                                  "frame count, or write a general package");
+        reached = s.end;
+    }
+}
+
 void WriteImagePackage(const std::string& path, const py::list& runs, unsigned jumpIdx) {
     if (jumpIdx > 255) throw py::value_error("jump_idx: 0..255 in an image package");
     std::vector<FrameArray> arrays;
     std::vector<GrabSystem::CDebugPackageInfoP> infos;
     ParseRuns(runs, arrays, infos);
+    CheckImagePackagePlacement(infos);
     GrabSystem::CDebugImgPackageP pkg;
+    CallFiles files;
+    pkg.SetEnv(&files);
     for (const auto& r : infos)
         pkg.AddPackageInfo(GrabSystem::CDebugImgPackageInfoP{r.Width, r.Height, r.FrameCount, r.CamIdx, r.GroupIdx});
     pkg.SetJumpIdx(static_cast<unsigned char>(jumpIdx));
     pkg.CreatePackageBuffer();
-    const bool written = WatchedWrite([&] {
+    bool created = false;
+    {
+        py::gil_scoped_release release;
         for (size_t r = 0; r < arrays.size(); ++r) {
             const uint64_t frameBytes = static_cast<uint64_t>(arrays[r].shape(1)) * arrays[r].shape(2);
             for (py::ssize_t f = 0; f < arrays[r].shape(0); ++f)
                 pkg.AddData(static_cast<unsigned>(r), const_cast<uint8_t*>(arrays[r].data()) + frameBytes * f,
                             static_cast<unsigned>(f));
         }
-        return pkg.SaveDebugPackage(path);
-    });
-    if (!written) Fail(path, "the package was not written whole");
+        created = pkg.SaveDebugPackage(path);
+    }
+    RaiseFailures(files);
+    if (!created) Fail(path, "the package cannot be created");
 }
 
 void WriteGeneralPackage(const std::string& path, const py::list& runs, const py::object& projectFile) {
@@ -91,10 +130,14 @@ void WriteGeneralPackage(const std::string& path, const py::list& runs, const py
     if (withProject) project = projectFile.cast<std::string>();
     if (project.size() > INT32_MAX) throw py::value_error("project_file: too large for a package");
     std::string staged;
-    const bool written = WatchedWrite([&] {
+    CallFiles files;
+    pkg->SetEnv(&files);
+    bool created = false;
+    [&] {
+        py::gil_scoped_release release;
         if (withProject && !pkg->AddData(0, reinterpret_cast<unsigned char*>(&project[0]), 0, static_cast<int>(project.size()))) {
             staged = "the project file";
-            return false;
+            return;
         }
         std::vector<unsigned char> block;
         for (const auto& a : arrays) {
@@ -102,7 +145,7 @@ void WriteGeneralPackage(const std::string& path, const py::list& runs, const py
             const int bound = frameBytes > INT32_MAX ? 0 : DrasselSpace::CLZ4CompressorP::GetCompressBound(static_cast<int>(frameBytes));
             if (bound == 0) {
                 staged = "a frame too large for LZ4";
-                return false;
+                return;
             }
             block.resize(static_cast<size_t>(bound));
             for (py::ssize_t f = 0; f < a.shape(0); ++f) {
@@ -110,15 +153,16 @@ void WriteGeneralPackage(const std::string& path, const py::list& runs, const py
                                                                          block.data(), bound, 3);
                 if (n == 0 || !pkg->AddData(0, block.data(), 0, n)) {
                     staged = "frames beyond the 1 GiB a package can stage";
-                    return false;
+                    return;
                 }
             }
         }
         pkg->AllocateDebugImgBuffer();
-        return pkg->SaveDebugPackage(path, withProject);
-    });
+        created = pkg->SaveDebugPackage(path, withProject);
+    }();
     if (!staged.empty()) Fail(path, "cannot stage " + staged);
-    if (!written) Fail(path, "the package was not written whole");
+    RaiseFailures(files);
+    if (!created) Fail(path, "the package cannot be created");
 }
 
 }  // namespace
@@ -207,8 +251,9 @@ void BindCapture(py::module_& m) {
     m.def("write_image_package", &WriteImagePackage, py::arg("path"), py::arg("runs"), py::arg("jump_idx") = 0,
           "Writes an image package through the library's CDebugImgPackageP. `runs` is a list\n"
           "of (frames, cam_idx, group_idx) with frames a (count, height, width) uint8 array;\n"
-          "all runs of one size and count, as the format places frames by that rule.\n"
-          "Raises FileError when the file does not go into place whole.");
+          "all runs of one size and count, as the format places frames by that rule: runs it\n"
+          "cannot place raise ValueError and nothing is written. Raises FileError naming the\n"
+          "file and the cause when it does not go into place whole (nothing of it is left).");
     m.def("write_general_package", &WriteGeneralPackage, py::arg("path"), py::arg("runs"), py::arg("project_file") = py::none(),
           "Writes a general package through the library's CDebugPackageP: `runs` is a list of\n"
           "(frames, cam_idx, group_idx, jump_idx), each frame LZ4-compressed as the tool does;\n"

@@ -1,5 +1,6 @@
 // What the parts of the Python module share: the exception, arrays over the
-// library's buffers, the information block as a dict, and watched writes.
+// library's buffers, the information block as a dict, and each call's
+// account of its files.
 #pragma once
 
 #include <pybind11/numpy.h>
@@ -10,6 +11,9 @@
 #include <vector>
 
 #include "grabsystem/format/data_structure.h"
+#include "grabsystem/image/img_pool_ctrl.h"
+#include "grabsystem/platform/status.h"
+#include "grabsystem/platform/tracking_env.h"
 
 namespace grabsys_py {
 
@@ -18,6 +22,9 @@ namespace py = pybind11;
 // grabsystem.FileError, an OSError whose filename is the file and whose
 // message names it and the cause.
 [[noreturn]] void Fail(const std::string& path, const std::string& cause);
+// FileError from a failed Status: its file (or `path` when it names none)
+// and its cause.
+[[noreturn]] void Fail(const std::string& path, const GrabSystem::Status& status);
 
 // An array over memory that `owner` keeps alive: no copy. The array's base
 // is `owner`, so the memory lives as long as any array over it.
@@ -38,20 +45,36 @@ py::array_t<T, py::array::c_style> Contiguous(const py::handle& array, const cha
     return a;
 }
 
+// grabsystem.CameraError, an OSError whose camera and cause come from the
+// status (ValueError for an argument that names no camera).
+[[noreturn]] void Raise(const GrabSystem::Status& status);
+
+// The pool inside a grabsystem.ImagePool (TypeError for anything else).
+GrabSystem::CImgPoolCtrlP& PoolOf(const py::handle& imagePool);
+
 py::dict InfoToDict(const VormexDataStructure::CImgInfo& info);
 // Sets the descriptive fields a dict names (camera, frame attribute,
 // resolution, alignments, processing log, status); unknown keys are an error.
 void ApplyInfo(const py::handle& dict, VormexDataStructure::CImgInfo& info);
 
-// Runs a save without the GIL while watching the files it writes; false
-// when a file it wrote did not go into place whole (or none was written).
-// Watched saves take turns, so each watch sees only its own files.
-bool WatchedWrite(const std::function<bool()>& save);
+// The account of one call's files: every object the call reads or writes
+// with takes it (SetEnv). It wraps the module's Env (the process default,
+// which set_drive_root maps) and leaves no incomplete file behind; calls on
+// other threads keep accounts of their own.
+class CallFiles : public GrabSystem::platform::TrackingEnv {
+public:
+    CallFiles();
+};
+
+// Raises FileError for the first file the call failed on (its path and
+// cause, and how many more failed) when any did.
+void RaiseFailures(const CallFiles& files);
 
 void BindFiles(py::module_& m);
 void BindCapture(py::module_& m);
 void BindGrab(py::module_& m);
 void BindPreview(py::module_& m);
 void BindArchive(py::module_& m);
+void BindCamera(py::module_& m);
 
 }  // namespace grabsys_py

@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "common.h"
+#include "grabsystem/capture/ffc_file.h"
 #include "grabsystem/format/bmp.h"
 #include "grabsystem/format/raw_image.h"
 #include "grabsystem/format/value_raw.h"
@@ -67,8 +68,8 @@ std::unique_ptr<IImgP> Make(Kind kind) {
 // The whole file, for the checks that give a refusal its cause.
 std::unique_ptr<unsigned char[]> ReadBytes(const std::string& path, uint64_t& size) {
     std::unique_ptr<unsigned char[]> data;
-    GrabSystem::platform::Env* env = GrabSystem::platform::Env::Default();
-    if (!env->ReadFile(path, data, size)) Fail(path, env->FileExists(path) ? "cannot read the file" : "no such file");
+    const GrabSystem::Status read = GrabSystem::platform::Env::Default()->ReadFile(path, data, size);
+    if (!read.ok()) Fail(path, read);
     return data;
 }
 
@@ -93,11 +94,15 @@ Image ReadImage(const std::string& path) {
         if (bits > 32) Fail(path, "raw image: " + std::to_string(bits) + " bits per channel");
     }
     image.img = Make(image.kind);
+    CallFiles files;
+    image.img->SetEnv(&files);
     bool loaded = false;
     {
         py::gil_scoped_release release;
         loaded = image.img->LoadFile(path.c_str());
     }
+    image.img->SetEnv(nullptr);
+    RaiseFailures(files);
     if (!loaded) Fail(path, "the image does not load (an extension other than .bmp or .raw, and no information block?)");
     return image;
 }
@@ -121,39 +126,35 @@ Image ReadFloatRaw(const std::string& path, const py::object& dtype) {
         Fail(path, "float raw: " + std::to_string(view.values.size) + " bytes of values for " + std::to_string(view.width) +
                        " x " + std::to_string(view.height) + " x " + std::to_string(view.channels));
     image.img = Make(image.kind);
+    CallFiles files;
+    image.img->SetEnv(&files);
     bool loaded = false;
     {
         py::gil_scoped_release release;
         loaded = image.kind == Kind::kF64 ? static_cast<GrabSystem::CImgDoubleP&>(*image.img).LoadFromRaw(path)
                                           : static_cast<GrabSystem::CImgFloatP&>(*image.img).LoadFromRaw(path);
     }
+    image.img->SetEnv(nullptr);
+    RaiseFailures(files);
     if (!loaded) Fail(path, "float raw: the image cannot be sized");
     return image;
 }
 
-struct FileCloser {
-    void operator()(FILE* f) const {
-        if (f != nullptr) std::fclose(f);
-    }
-};
-using File = std::unique_ptr<FILE, FileCloser>;
-
 std::vector<Image> ReadFfcTables(const std::string& path) {
-    File file(GrabSystem::platform::Env::Default()->OpenStream(path, "rb"));
-    if (!file) Fail(path, GrabSystem::platform::Env::Default()->FileExists(path) ? "cannot open the file" : "no such file");
-    std::fseek(file.get(), 0, SEEK_END);
-    const auto size = static_cast<uint64_t>(std::ftell(file.get()));
-    std::fseek(file.get(), 0, SEEK_SET);
-    std::vector<Image> tables;
-    while (static_cast<uint64_t>(std::ftell(file.get())) < size) {
-        Image table;
-        table.kind = Kind::kFfc;
-        table.img = Make(Kind::kFfc);
-        if (!static_cast<GrabSystem::CFFCTableP&>(*table.img).Extract(file.get()))
-            Fail(path, "flat-field table " + std::to_string(tables.size()) + " is damaged or cut short");
-        tables.push_back(std::move(table));
+    std::vector<std::unique_ptr<GrabSystem::CFFCTableP>> read;
+    GrabSystem::Status status;
+    {
+        py::gil_scoped_release release;
+        status = GrabSystem::capture::ReadFfcTables(path, read);
     }
-    if (tables.empty()) Fail(path, "no flat-field table in the file");
+    if (!status.ok()) Fail(path, status);
+    std::vector<Image> tables;
+    for (auto& table : read) {
+        Image image;
+        image.kind = Kind::kFfc;
+        image.img = std::move(table);
+        tables.push_back(std::move(image));
+    }
     return tables;
 }
 
@@ -197,7 +198,13 @@ void WriteImage(const std::string& path, const py::array& pixels, const std::str
     }
     if (fmt == VormexDataStructure::eImgFmtBmp && img->GetChCnt() != 1 && img->GetChCnt() != 3 && img->GetChCnt() != 4)
         throw py::value_error("pixels: BMP files hold 1, 3 or 4 channels");
-    if (!WatchedWrite([&] { return img->SaveFile(path.c_str(), fmt); })) Fail(path, "the file was not written whole");
+    CallFiles files;
+    img->SetEnv(&files);
+    {
+        py::gil_scoped_release release;
+        img->SaveFile(path.c_str(), fmt);  // true once the path is given: the account says what happened
+    }
+    RaiseFailures(files);
 }
 
 void WriteFloatRaw(const std::string& path, const py::array& pixels, std::tuple<double, double> resolution,
@@ -213,11 +220,16 @@ void WriteFloatRaw(const std::string& path, const py::array& pixels, std::tuple<
     }
     img->GetResolution().dY = std::get<0>(resolution);
     img->GetResolution().dZ = std::get<1>(resolution);
-    const bool written = WatchedWrite([&] {
-        return isDouble ? static_cast<GrabSystem::CImgDoubleP&>(*img).SaveToRaw(path)
-                        : static_cast<GrabSystem::CImgFloatP&>(*img).SaveToRaw(path);
-    });
-    if (!written) Fail(path, "the file was not written whole");
+    CallFiles files;
+    img->SetEnv(&files);
+    bool written = false;
+    {
+        py::gil_scoped_release release;
+        written = isDouble ? static_cast<GrabSystem::CImgDoubleP&>(*img).SaveToRaw(path)
+                           : static_cast<GrabSystem::CImgFloatP&>(*img).SaveToRaw(path);
+    }
+    RaiseFailures(files);
+    if (!written) Fail(path, "the image cannot be laid out as a float raw file");
 }
 
 void WriteFfcTables(const std::string& path, const std::vector<py::array>& tables, const py::object& infos) {
@@ -226,17 +238,16 @@ void WriteFfcTables(const std::string& path, const std::vector<py::array>& table
         const py::object info = infos.is_none() ? py::object(py::none()) : py::object(infos[py::int_(i)]);
         images.push_back(FromArray<uint16_t>(Kind::kFfc, tables[i], info, "tables"));
     }
-    // A stream, as the tables are appended one after another.
-    bool written = true;
+    std::vector<GrabSystem::CFFCTableP*> ffc;
+    for (auto& image : images) ffc.push_back(static_cast<GrabSystem::CFFCTableP*>(image.get()));
+    CallFiles files;
+    GrabSystem::Status status;
     {
         py::gil_scoped_release release;
-        File file(GrabSystem::platform::Env::Default()->OpenStream(path, "wb"));
-        written = file != nullptr;
-        for (auto& image : images)
-            written = written && static_cast<GrabSystem::CFFCTableP&>(*image).Append(file.get());
-        if (file) written = std::fclose(file.release()) == 0 && written;
+        status = GrabSystem::capture::WriteFfcTables(path, ffc, &files);
     }
-    if (!written) Fail(path, "the tables were not written whole");
+    RaiseFailures(files);
+    if (!status.ok()) Fail(path, status);
 }
 
 }  // namespace

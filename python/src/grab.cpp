@@ -173,14 +173,16 @@ int AddView(GrabSystem::CArmImageOutputMng& mng, const std::string& path, int vi
     view->SetSinImages(sinImages, camIdxs, a, b, c);
     view->SetWhitePatternImage(whiteImages);
     view->SetOutputFileFullPath(path);
+    CallFiles files;
+    view->SetEnv(&files);
     GrabSystem::eAddOneViewImageRlt result = GrabSystem::eAddRltNoMemory;
-    const bool written = WatchedWrite([&] {
+    {
+        py::gil_scoped_release release;
         result = mng.AddOneViewImages(view.get());
-        return result == GrabSystem::eAddRltOk;
-    });
+    }
     // Only a view that went through is the manager's to destroy.
     if (result == GrabSystem::eAddRltOk) view.release();
-    if (result == GrabSystem::eAddRltOk && !written) Fail(path, "the view file was not written whole");
+    RaiseFailures(files);
     return result;
 }
 
@@ -204,10 +206,16 @@ py::list Extract(GrabSystem::ArmImageExtractor& extractor, const std::string& ou
     parm.outputDir = outputDir;
     parm.mode = mode;
     std::vector<int> failed[3];
+    // Views that fail for their input are the answer; files that fail to be
+    // read or written are errors.
+    CallFiles files;
+    extractor.SetEnv(&files);
     {
         py::gil_scoped_release release;
         extractor.OutputOneViewArmImages(parm, failed, static_cast<unsigned char>(sources.size()));
     }
+    extractor.SetEnv(nullptr);
+    RaiseFailures(files);
     py::list result;
     for (size_t i = 0; i < sources.size(); ++i) result.append(py::cast(failed[i]));
     return result;
@@ -217,22 +225,27 @@ void ExportPackages(const std::vector<std::string>& paths, int threads) {
     if (paths.empty()) throw py::value_error("paths: at least one package");
     GrabSystem::CDebugPackageExporterP exporter;
     exporter.SetExportThreads(threads);
+    CallFiles files;
+    exporter.SetEnv(&files);
     bool exported = false;
-    const bool written = WatchedWrite([&] {
+    {
+        py::gil_scoped_release release;
         exported = exporter.ExprotPackage(paths);
-        return exported;
-    });
-    if (exported && written) return;
-    // Name the package that does not load, and why, when the reader can.
+    }
+    RaiseFailures(files);
+    // Name the package that does not load, or that the system exported only
+    // as far as it reads it, and why.
     for (const std::string& path : paths) {
         GrabSystem::capture::PackageContent content;
-        std::string error;
-        if (!GrabSystem::capture::ReadPackage(path, content, error)) Fail(path, error);
+        const GrabSystem::Status status = GrabSystem::capture::ReadPackage(path, content);
+        if (!exported ? !status.ok() : status.IsCorruption()) Fail(path, status);
     }
-    Fail(paths.front(), exported ? "some frames were not written whole" : "the export failed");
+    if (!exported) Fail(paths.front(), "the export failed");
 }
 
 }  // namespace
+
+GrabSystem::CImgPoolCtrlP& PoolOf(const py::handle& imagePool) { return imagePool.cast<ImagePool&>().Pool(); }
 
 void BindGrab(py::module_& m) {
     py::class_<PoolImage>(m, "PoolImage",
@@ -311,8 +324,8 @@ void BindGrab(py::module_& m) {
              "Writes one view to `path`: `sin` is (cameras x A x B x C, height, width) uint8 in\n"
              "file order, `white` one frame per camera, `sin_dims` (A, B, C). The arrays are read\n"
              "in place. Returns AddResult.OK, or NO_MEMORY / COMPRESS_FAILED when the library\n"
-             "refused the view (nothing written); raises FileError when the file did not go\n"
-             "into place whole.")
+             "refused the view (nothing written); raises FileError naming the file and the\n"
+             "cause when it did not go into place whole (counters['save_failed'] counts it).")
         .def_property_readonly("counters", [](GrabSystem::CArmImageOutputMng& m) { return OutputCountersDict(m.GetCounters()); })
         .def("reset_counters", &GrabSystem::CArmImageOutputMng::ResetCounters)
         .def_property_readonly("block_count", &GrabSystem::CArmImageOutputMng::GetMemoryPoolSize);
@@ -343,12 +356,18 @@ void BindGrab(py::module_& m) {
         .def("extract", &Extract, py::arg("output_dir"), py::arg("sources"), py::arg("mode") = 1,
              "Extracts the views of up to three sources, each (input_dir, [view, ...]), into\n"
              "output_dir; mode 1 all frames, 2 white only, 3 Sin only. Returns the failed views\n"
-             "of each source, in the order given (failure is an outcome here, not an error).")
+             "of each source, in the order given (a damaged view is an outcome here, not an\n"
+             "error). Raises FileError, after the whole extraction, when a file could not be\n"
+             "read or written (counters['files_failed'] counts the views it struck).")
         .def("parse_arm_raw_files",
              [](GrabSystem::ArmImageExtractor& e, const std::string& dir) {
                  std::vector<int> views;
-                 if (!e.ParseArmRawFile(dir, views))
-                     Fail(dir, "no .armraw files named by their view numbers (or the folder cannot be listed)");
+                 CallFiles files;
+                 e.SetEnv(&files);
+                 const bool listed = e.ParseArmRawFile(dir, views);
+                 e.SetEnv(nullptr);
+                 RaiseFailures(files);
+                 if (!listed) Fail(dir, "no .armraw files named by their view numbers");
                  return views;
              },
              py::arg("directory"), "The view index of every .armraw file in the folder, in listing order.")
@@ -357,6 +376,7 @@ void BindGrab(py::module_& m) {
             py::dict d;
             d["extracted"] = py::make_tuple(c.extracted[0], c.extracted[1], c.extracted[2]);
             d["failed"] = py::make_tuple(c.failed[0], c.failed[1], c.failed[2]);
+            d["files_failed"] = py::make_tuple(c.filesFailed[0], c.filesFailed[1], c.filesFailed[2]);
             return d;
         });
 
@@ -364,7 +384,9 @@ void BindGrab(py::module_& m) {
           "Exports debug packages to the BMP input tree under D://ImgTest//CamImgInput (see\n"
           "set_drive_root) through the library's ExprotPackage: one package into Cam<c>\n"
           "folders, several into Cam<c>_<i>. Raises FileError naming a package that does not\n"
-          "load, or when frames were not written whole.");
+          "load or was exported only in part (damaged, cut short), or the first file that\n"
+          "could not be read or written, and its cause (files that failed are never left\n"
+          "half written).");
 }
 
 }  // namespace grabsys_py

@@ -6,6 +6,7 @@
 
 #include "common.h"
 #include "grabsystem/platform/env.h"
+#include "grabsystem/platform/fault_env.h"
 
 namespace grabsys_py {
 namespace {
@@ -14,11 +15,11 @@ using VormexDataStructure::CImgInfo;
 using VormexDataStructure::ImgAlignment;
 using VormexDataStructure::ImgProcCmd;
 
-// Made once and never released: it must outlive the module's statics.
+// Made once and never released: they must outlive the module's statics.
 py::handle g_fileError;
+py::handle g_cameraError;
 
-// Saves install their watch as the process's default Env; one at a time, or
-// a save could restore a default that another still needs.
+// set_drive_root replaces the default Env; one call at a time.
 std::mutex g_envMutex;
 std::unique_ptr<GrabSystem::platform::DriveMappingEnv> g_driveRoot;
 
@@ -49,10 +50,69 @@ void SetDriveRoot(const std::string& root) {
     GrabSystem::platform::Env::Install(g_driveRoot.get());
 }
 
+// Faults injected into every file the module touches, for the tests of how
+// each function reports them: installed as the default Env while in a with
+// block, over the default it found.
+class FaultInjection {
+public:
+    void Enter() {
+        std::lock_guard<std::mutex> lock(g_envMutex);
+        if (m_env) throw py::value_error("faults are already being injected by this object");
+        m_env = std::make_unique<GrabSystem::platform::FaultEnv>(GrabSystem::platform::Env::Default());
+        m_previous = GrabSystem::platform::Env::Install(m_env.get());
+    }
+    void Exit() {
+        std::lock_guard<std::mutex> lock(g_envMutex);
+        if (!m_env) return;
+        GrabSystem::platform::Env::Install(m_previous);
+        m_env.reset();
+    }
+    GrabSystem::platform::FaultEnv& Env() {
+        if (!m_env) throw py::value_error("faults are injected only inside the with block");
+        return *m_env;
+    }
+
+private:
+    std::unique_ptr<GrabSystem::platform::FaultEnv> m_env;
+    GrabSystem::platform::Env* m_previous = nullptr;
+};
+
+void BindFaultInjection(py::module_& m) {
+    using GrabSystem::platform::FaultEnv;
+    py::class_<FaultInjection>(m, "_FaultInjection",
+                               "For tests: a with block in which the module's files meet injected faults\n"
+                               "(see the C++ FaultEnv). Counts are 1-based from the last clear().")
+        .def(py::init<>())
+        .def("__enter__", [](py::object self) {
+            self.cast<FaultInjection&>().Enter();
+            return self;
+        })
+        .def("__exit__", [](FaultInjection& f, py::args) { f.Exit(); })
+        .def("fail_write", [](FaultInjection& f, uint64_t n) { f.Env().FailWrite(n); })
+        .def("short_write", [](FaultInjection& f, uint64_t n) { f.Env().ShortWrite(n); })
+        .def("fill_disk_after", [](FaultInjection& f, uint64_t bytes) { f.Env().FillDiskAfter(bytes); })
+        .def("fail_sync", [](FaultInjection& f, uint64_t n) { f.Env().FailSync(n); })
+        .def("refuse_folder", [](FaultInjection& f, const std::string& dir) { f.Env().RefuseFolder(dir); })
+        .def("fail_open", [](FaultInjection& f, uint64_t n) { f.Env().FailOpen(n); })
+        .def("fail_read", [](FaultInjection& f, uint64_t n) { f.Env().FailRead(n); })
+        .def("short_read", [](FaultInjection& f, uint64_t n) { f.Env().ShortRead(n); })
+        .def("clear", [](FaultInjection& f) { f.Env().Clear(); })
+        .def_property_readonly("appends", [](FaultInjection& f) { return f.Env().Appends(); })
+        .def_property_readonly("opens", [](FaultInjection& f) { return f.Env().Opens(); })
+        .def_property_readonly("reads", [](FaultInjection& f) { return f.Env().Reads(); });
+}
+
 }  // namespace
 
 void Fail(const std::string& path, const std::string& cause) {
     PyErr_SetObject(g_fileError.ptr(), py::make_tuple(path, cause).ptr());
+    throw py::error_already_set();
+}
+
+void Raise(const GrabSystem::Status& status) {
+    if (status.subject().empty() && status.IsInvalidArgument()) throw py::value_error(status.cause());
+    PyErr_SetObject(g_cameraError.ptr(),
+                    py::make_tuple(status.subject(), status.cause(), GrabSystem::CodeName(status.code())).ptr());
     throw py::error_already_set();
 }
 
@@ -115,12 +175,20 @@ void ApplyInfo(const py::handle& handle, CImgInfo& info) {
     }
 }
 
-bool WatchedWrite(const std::function<bool()>& save) {
-    py::gil_scoped_release release;
-    std::lock_guard<std::mutex> lock(g_envMutex);
-    GrabSystem::platform::WriteWatch watch;
-    const bool answer = save();
-    return answer && watch.Finished();
+void Fail(const std::string& path, const GrabSystem::Status& status) {
+    Fail(status.subject().empty() ? path : status.subject(), status.cause());
+}
+
+CallFiles::CallFiles() : TrackingEnv(GrabSystem::platform::Env::Default()) {}
+
+void RaiseFailures(const CallFiles& files) {
+    const std::vector<GrabSystem::Status> failures = files.Failures();
+    if (failures.empty()) return;
+    std::string cause = failures.front().cause();
+    if (failures.size() > 1)
+        cause += " (and " + std::to_string(failures.size() - 1) + " more failure" + (failures.size() == 2 ? "" : "s") +
+                 ", " + std::to_string(files.FilesFailed()) + " files not written in all)";
+    Fail(failures.front().subject(), cause);
 }
 
 }  // namespace grabsys_py
@@ -152,9 +220,27 @@ class FileError(OSError):
 
     def __reduce__(self):
         return (type(self), (self.filename, self.cause))
+
+
+class CameraError(OSError):
+    """A camera could not be opened, set or streamed: .camera names it, .cause says why, .code is the kind."""
+
+    def __init__(self, camera, cause, code=""):
+        super().__init__(cause)
+        self.camera = camera
+        self.cause = cause
+        self.code = code
+
+    def __str__(self):
+        return f"{self.camera}: {self.cause}" if self.camera else self.cause
+
+    def __reduce__(self):
+        return (type(self), (self.camera, self.cause, self.code))
 )", scope);
     grabsys_py::g_fileError = py::object(scope["FileError"]).release();
     m.attr("FileError") = grabsys_py::g_fileError;
+    grabsys_py::g_cameraError = py::object(scope["CameraError"]).release();
+    m.attr("CameraError") = grabsys_py::g_cameraError;
     m.def("set_drive_root", &grabsys_py::SetDriveRoot, py::arg("root"),
           "Maps the system's drive paths (\"D://ImgTest//...\") to folders under `root`:\n"
           "D: becomes <root>/D. The package export and the extractor write there.\n"
@@ -169,5 +255,7 @@ class FileError(OSError):
     grabsys_py::BindGrab(m);
     grabsys_py::BindPreview(m);
     grabsys_py::BindArchive(m);
+    grabsys_py::BindFaultInjection(m);
+    grabsys_py::BindCamera(m);
     m.attr("__name__") = name;
 }

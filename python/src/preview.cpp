@@ -28,19 +28,22 @@ py::array ToArray(std::unique_ptr<Sheet> sheet) {
     return ArrayOver<uint8_t>(owner, s->pixels.data(), {s->height, s->width, s->channels});
 }
 
+// `render(sheet, unreadable)` draws the sheet; views an index could not
+// show come back in `unreadable`.
 template <typename Renderer>
-py::array Render(const std::string& path, const SheetOptions& options, Renderer render) {
+py::array Render(const std::string& path, Renderer render) {
     auto sheet = std::make_unique<Sheet>();
-    std::string error;
-    bool ok = false;
+    std::vector<GrabSystem::Status> unreadable;
+    GrabSystem::Status status;
     {
         py::gil_scoped_release release;
-        ok = render(path, options, *sheet, error);
+        status = render(*sheet, unreadable);
     }
-    if (!ok) Fail(path, error);
+    if (!status.ok()) Fail(path, status);
     // A folder sheet is made even when some views cannot be read: their
-    // rows say why, and so does a warning.
-    if (!error.empty()) PyErr_WarnEx(PyExc_UserWarning, (path + ": " + error).c_str(), 1);
+    // rows say why, and so does a warning each.
+    for (const GrabSystem::Status& view : unreadable)
+        if (PyErr_WarnEx(PyExc_UserWarning, view.ToString().c_str(), 1) != 0) throw py::error_already_set();
     return ToArray(std::move(sheet));
 }
 
@@ -50,7 +53,10 @@ void BindPreview(py::module_& m) {
     m.def(
         "contact_sheet",
         [](const std::string& path, uint32_t thumbWidth, uint32_t perRow, uint32_t imageWidth, bool labels) {
-            return Render(path, Options(thumbWidth, perRow, imageWidth, labels), GrabSystem::preview::RenderFileSheet);
+            const SheetOptions options = Options(thumbWidth, perRow, imageWidth, labels);
+            return Render(path, [&](Sheet& sheet, std::vector<GrabSystem::Status>&) {
+                return GrabSystem::preview::RenderFileSheet(path, options, sheet);
+            });
         },
         py::arg("path"), py::arg("thumb_width") = 96, py::arg("per_row") = 13, py::arg("image_width") = 480,
         py::arg("labels") = true,
@@ -62,7 +68,10 @@ void BindPreview(py::module_& m) {
     m.def(
         "folder_sheet",
         [](const std::string& directory, uint32_t thumbWidth, uint32_t perRow, bool labels) {
-            return Render(directory, Options(thumbWidth, perRow, 480, labels), GrabSystem::preview::RenderFolderSheet);
+            const SheetOptions options = Options(thumbWidth, perRow, 480, labels);
+            return Render(directory, [&](Sheet& sheet, std::vector<GrabSystem::Status>& unreadable) {
+                return GrabSystem::preview::RenderFolderSheet(directory, options, sheet, &unreadable);
+            });
         },
         py::arg("directory"), py::arg("thumb_width") = 96, py::arg("per_row") = 13, py::arg("labels") = true,
         "The index sheet of a folder of .armraw files (`grabsys preview --index`): one row per\n"

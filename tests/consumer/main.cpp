@@ -32,7 +32,7 @@ int main() {
     std::unique_ptr<unsigned char[]> file;
     uint64_t size = 0;
     format::BmpLayout layout;
-    const bool decoded = platform::Env::Default()->ReadFile("frame0.bmp", file, size) &&
+    const bool decoded = platform::Env::Default()->ReadFile("frame0.bmp", file, size).ok() &&
                          format::DecodeBmpLayout(format::Bytes(file.get(), size), layout) == format::Status::kOk &&
                          layout.width == width && layout.height == height;
 

@@ -15,8 +15,9 @@
 #include <vector>
 
 #include "../arm/arm_test_support.h"
-#include "fault_env.h"
+#include "grabsystem/platform/fault_env.h"
 #include "grabsystem/arm/arm_image_extractor.h"
+#include "grabsystem/arm/arm_image_output_mng.h"
 #include "grabsystem/debug_package/debug_package_exporter.h"
 #include "grabsystem/format/image_io_tool.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
@@ -187,7 +188,7 @@ protected:
     }
 
     grabsys_test::TempDir dir;  // first: the Env below forwards to its drive mapping
-    grabsys_test::FaultEnv env{platform::Env::Default()};
+    platform::FaultEnv env{platform::Env::Default()};
     platform::ScopedEnv installed{&env};
     const std::vector<Writer> writers = Writers();
 };
@@ -281,4 +282,63 @@ TEST_F(DiskFaults, FullDeviceGivesTheDocumentedAnswerAndStaysADevice) {
         EXPECT_TRUE(fs::is_character_file("/dev/full")) << w.folder << " must not replace the device";
     }
 #endif
+}
+
+// The output manager's and the extractor's counters count a view whose file
+// failed for any reason, a write cut short included, while the system's
+// answers stay as they are (the view written, the view extracted).
+TEST_F(DiskFaults, CountersCountEveryViewWhoseFileFailed) {
+    grabsys_test::View frames(kSide, kSide, 1, 1, 1, 3, 1);
+    const auto addView = [&](const std::string& path) {
+        CArmImageOutputMng mng;
+        auto* view = new COneViewArmImageData(0);
+        view->SetSinImages(frames.sin, {eCam0}, 1, 1, 3);
+        view->SetWhitePatternImage(frames.white);
+        view->SetOutputFileFullPath(path);
+        EXPECT_EQ(mng.AddOneViewImages(view), eAddRltOk) << path;
+        return mng.GetCounters();
+    };
+    const auto extract = [] {
+        ArmImageExtractor extractor;
+        const OutputOneViewArmImageParm parm{{{0}}, {"D:\\in\\arm\\"}, "D:\\extract\\out", 1};
+        std::vector<int> failed[1];
+        extractor.OutputOneViewArmImages(parm, failed, 1);
+        return extractor.GetCounters();
+    };
+    env.Clear();
+    EXPECT_EQ(addView("D:\\armraw\\v.armraw").saveFailed, 0u);
+    const uint64_t viewAppends = env.Appends();
+    const uint64_t viewBytes = ReadAll(dir.File("D/armraw/v.armraw")).size();
+    env.Clear();
+    const ExtractCounters clean = extract();
+    const uint64_t treeAppends = env.Appends();
+    EXPECT_TRUE(clean.extracted[0] == 1 && clean.filesFailed[0] == 0 && clean.failed[0] == 0);
+
+    // Each fault is given the Appends and the bytes of the clean writes.
+    const std::vector<std::pair<std::string, std::function<void(uint64_t appends, uint64_t bytes)>>> faults{
+        {"the first write failing", [&](uint64_t, uint64_t) { env.FailWrite(1); }},
+        {"the last write cut short", [&](uint64_t appends, uint64_t) { env.ShortWrite(appends); }},
+        {"a full disk", [&](uint64_t, uint64_t bytes) { env.FillDiskAfter(bytes / 2); }},
+        {"a refused folder", [&](uint64_t, uint64_t) {
+             env.RefuseFolder("D:\\armraw\\");
+             env.RefuseFolder("D:\\extract\\out\\Cam0P\\");
+         }},
+    };
+    for (const auto& [what, inject] : faults) {
+        Reset(Find("armraw"));
+        Reset(Find("extract"));
+        env.Clear();
+        inject(viewAppends, viewBytes);
+        const OutputCounters out = addView("D:\\armraw\\v.armraw");
+        EXPECT_TRUE(out.written == 1 && out.saveFailed == 1) << what;
+        env.Clear();
+        inject(treeAppends, kFrame);
+        const ExtractCounters c = extract();
+        // A folder that cannot be made fails the view; a file that fails
+        // leaves it extracted, with its files counted as failed.
+        const bool folder = what == "a refused folder";
+        EXPECT_EQ(c.failed[0], folder ? 1u : 0u) << what;
+        EXPECT_EQ(c.extracted[0], folder ? 0u : 1u) << what;
+        EXPECT_EQ(c.filesFailed[0], folder ? 0u : 1u) << what;
+    }
 }

@@ -84,10 +84,11 @@ TEST(PreviewSheet, ArmRowsFollowTheExtractedTree) {
     SheetOptions o;
     o.thumbWidth = 8;
     Sheet labelled, plain;
-    std::string error;
-    ASSERT_TRUE(RenderArmViewSheet(view, 3, o, labelled, error)) << error;
+    Status status = RenderArmViewSheet(view, 3, o, labelled);
+    ASSERT_TRUE(status.ok()) << status.ToString();
     o.labels = false;
-    ASSERT_TRUE(RenderArmViewSheet(view, 3, o, plain, error)) << error;
+    status = RenderArmViewSheet(view, 3, o, plain);
+    ASSERT_TRUE(status.ok()) << status.ToString();
     ASSERT_EQ(labelled.width, kMinSheetWidth);
     ASSERT_EQ(labelled.height, 2 * kMargin + kLineHeight + 2 + kStripHeight + kGap);
     ASSERT_EQ(plain.height, labelled.height);
@@ -98,18 +99,18 @@ TEST(PreviewSheet, ArmRowsFollowTheExtractedTree) {
               BoxMean(plain, 0, kMargin, plain.width, kLineHeight));
 
     view.header.camCount = 9;  // more than the extractor takes
-    EXPECT_FALSE(RenderArmViewSheet(view, 3, o, labelled, error));
-    EXPECT_NE(error.find("at most 8"), std::string::npos) << error;
+    status = RenderArmViewSheet(view, 3, o, labelled);
+    EXPECT_TRUE(status.IsCorruption());
+    EXPECT_NE(status.cause().find("at most 8"), std::string::npos) << status.ToString();
 }
 
 TEST(PreviewSheet, HostileSizesAreRefusedBeforeMemoryIsTaken) {
-    std::string error;
     Sheet sheet;
     capture::PackageContent package;
     package.runs.resize(1);
     package.runs[0].frames = capture::FrameStack{0, 0, 0xFFFFFFFFu, nullptr};  // frames of nothing cost no bytes
-    EXPECT_FALSE(RenderPackageSheet(package, SheetOptions(), sheet, error));
-    EXPECT_NE(error.find("limit"), std::string::npos) << error;
+    Status status = RenderPackageSheet(package, SheetOptions(), sheet);
+    EXPECT_NE(status.cause().find("limit"), std::string::npos) << status.ToString();
 
     // 5000 distinct Q frames of one pixel, one to a line: too tall.
     std::vector<uint8_t> frames(10000, 1);
@@ -123,12 +124,13 @@ TEST(PreviewSheet, HostileSizesAreRefusedBeforeMemoryIsTaken) {
     view.sin = capture::FrameStack{1, 1, 10000, frames.data()};
     SheetOptions o;
     o.perRow = 1;
-    EXPECT_FALSE(RenderArmViewSheet(view, 0, o, sheet, error));
-    EXPECT_NE(error.find("passes the limit"), std::string::npos) << error;
+    status = RenderArmViewSheet(view, 0, o, sheet);
+    EXPECT_NE(status.cause().find("passes the limit"), std::string::npos) << status.ToString();
     EXPECT_TRUE(sheet.pixels.empty());
     o.thumbWidth = 4;
-    EXPECT_FALSE(RenderArmViewSheet(view, 0, o, sheet, error));
-    EXPECT_NE(error.find("outside 8..2048"), std::string::npos) << error;
+    status = RenderArmViewSheet(view, 0, o, sheet);
+    EXPECT_TRUE(status.IsInvalidArgument());
+    EXPECT_NE(status.cause().find("outside 8..2048"), std::string::npos) << status.ToString();
 }
 
 TEST(PreviewSheet, FloatImagesLookAsTheirBmp) {
@@ -144,8 +146,8 @@ TEST(PreviewSheet, FloatImagesLookAsTheirBmp) {
     const std::vector<unsigned char> bmp = grabsys_test::BmpPixels("D:\\f.bmp");
     ASSERT_EQ(bmp.size(), 21u);
     Sheet sheet;
-    std::string error;
-    ASSERT_TRUE(RenderFileSheet("D:\\f.fraw", SheetOptions(), sheet, error)) << error;
+    const Status status = RenderFileSheet("D:\\f.fraw", SheetOptions(), sheet);
+    ASSERT_TRUE(status.ok()) << status.ToString();
     for (uint32_t i = 0; i < 21; ++i)
         EXPECT_EQ(BoxMean(sheet, kMargin + i % 7, kMargin + 3 * kLineHeight + i / 7, 1, 1), bmp[i]) << i;
 }

@@ -118,7 +118,8 @@ def test_exports_and_extraction_match_the_trees_the_tool_wrote(demo, drive, tmp_
     views = extractor.parse_arm_raw_files(str(demo / "armraw"))
     assert sorted(views) == [0, 1]
     failed = extractor.extract(str(tmp_path / "bmp"), [(str(demo / "armraw"), [7] + views + [5])])
-    assert failed == [[7, 5]] and extractor.counters == {"extracted": (2, 0, 0), "failed": (2, 0, 0)}
+    assert failed == [[7, 5]] and extractor.counters == {"extracted": (2, 0, 0), "failed": (2, 0, 0),
+                                                      "files_failed": (0, 0, 0)}
     written = sorted(p.relative_to(tmp_path / "bmp") for p in (tmp_path / "bmp").rglob("*.bmp"))
     assert written == sorted(p.relative_to(demo / "armbmp") for p in (demo / "armbmp").rglob("*.bmp"))
     for rel in itertools.islice(written, 0, None, 7):

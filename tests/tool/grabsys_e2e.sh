@@ -90,6 +90,9 @@ errors)
   # An image package that counts no records does not load.
   printf '\002\000\000\000\000\000\000\000\000\000\000\000' >"$T/norecords.dbg"
   expect_error "failed to load" package export "$T/norecords.dbg" --root "$T/r"
+  # A package cut short is exported as far as the system reads it, and named.
+  head -c 3000 "$T/demo/packages/general.dbg" >"$T/cut.dbg"
+  expect_error "cut.dbg: general package: .*exported as far as" package export "$T/cut.dbg" --root "$T/r2"
   expect_error "not a file of this system" info "$T/plainfile"
   expect_error "nothing was written" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/plainfile/p.dbg"
   expect_error "Directory does not exist" package create --from "$T/missing" -o "$T/p.dbg"

@@ -25,6 +25,8 @@ struct ArmDemoOptions {
 };
 
 // Returns false when a frame read back differs from the one captured.
-bool RunArmDemo(const ArmDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
+// Every file goes through `env`.
+bool RunArmDemo(const ArmDemoOptions& options, GrabSystem::platform::Env* env, std::ostream& out,
+                std::vector<StageSummary>& summary);
 
 }  // namespace grabsys

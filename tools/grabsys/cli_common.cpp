@@ -5,6 +5,7 @@
 #include <iostream>
 #include <memory>
 #include <mutex>
+#include <vector>
 
 #include "grabsystem/grabsystem.h"
 
@@ -81,22 +82,60 @@ void AttachLogger(bool verbose) {
         [](int kind, const std::string& text) { std::cerr << "[log " << kind << "] " << text << "\n"; });
 }
 
-std::string NativePath(const std::string& path) { return GrabSystem::platform::Env::Default()->NativePath(path); }
+namespace {
+// Set by tests, or by nobody (the system's); the drive mapping over it, once
+// a command names a root.
+GrabSystem::platform::Env* g_base = nullptr;
+std::unique_ptr<GrabSystem::platform::DriveMappingEnv> g_mapped;
+}  // namespace
+
+GrabSystem::platform::Env* ToolEnv() {
+    if (g_mapped) return g_mapped.get();
+    return g_base != nullptr ? g_base : GrabSystem::platform::Env::Default();
+}
+
+void SetBaseEnv(GrabSystem::platform::Env* env) {
+    g_mapped.reset();
+    g_base = env;
+#ifndef _WIN32
+    // The system's paths are cleaned as the default Env cleans them.
+    if (env != nullptr) g_mapped = std::make_unique<GrabSystem::platform::DriveMappingEnv>(env, "");
+#endif
+}
+
+std::string NativePath(const std::string& path) { return ToolEnv()->NativePath(path); }
 
 void UseDriveRoot(const std::string& root) {
 #ifdef _WIN32
     static_cast<void>(root);
 #else
-    // Kept for the rest of the program's life; a later root replaces it.
-    static std::unique_ptr<GrabSystem::platform::DriveMappingEnv> mapping;
-    auto next = std::make_unique<GrabSystem::platform::DriveMappingEnv>(GrabSystem::platform::Env::System(), root);
-    GrabSystem::platform::Env::Install(next.get());
-    mapping = std::move(next);
+    GrabSystem::platform::Env* base = g_base != nullptr ? g_base : GrabSystem::platform::Env::System();
+    g_mapped = std::make_unique<GrabSystem::platform::DriveMappingEnv>(base, root);
 #endif
     // A general package's load writes its project file into this folder
     // and expects it to exist, as it does on a scanner workstation.
     const std::string project = GrabSystem::CDebugPackageP::kProjectFilePath;
-    GrabSystem::platform::Env::Default()->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
+    ToolEnv()->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
+}
+
+CommandFiles::CommandFiles(const Output& output)
+    : TrackingEnv(ToolEnv(), Options{true, output.sync}) {}
+
+int ReportFiles(const GrabSystem::platform::TrackingEnv& files) {
+    const std::vector<GrabSystem::Status> failures = files.Failures();
+    if (failures.empty()) return 0;
+    for (size_t i = 0; i < failures.size() && i < kMaxFileLines; ++i) Fail(failures[i].ToString());
+    if (failures.size() > kMaxFileLines)
+        Fail("... and " + std::to_string(failures.size() - kMaxFileLines) + " more failures like these");
+    const uint64_t failed = files.FilesFailed();
+    const size_t removed = files.Removed().size();
+    // One file is said in its own line: nothing of it is left.
+    if (failed > 1 || removed != 0)
+        Fail(std::to_string(failed) + " file" + (failed == 1 ? " was" : "s were") + " not written whole; " +
+             (removed != 0 ? std::to_string(removed) + " incomplete file" + (removed == 1 ? " was" : "s were") +
+                                 " removed, no other is left"
+                           : "none is left incomplete"));
+    return 1;
 }
 
 double InMiB(uint64_t bytes) { return static_cast<double>(bytes) / static_cast<double>(uint64_t{1} << 20); }

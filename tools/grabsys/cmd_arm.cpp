@@ -32,8 +32,8 @@ std::string AsSource(std::string dir) {
 
 // The file's size and what its header says; false when the file holds less
 // than a whole header.
-bool ReadHeader(const std::string& path, OneViewArmImageDataHeader& header, uint64_t& size) {
-    BinaryReader reader;
+bool ReadHeader(platform::Env* env, const std::string& path, OneViewArmImageDataHeader& header, uint64_t& size) {
+    BinaryReader reader(env);
     if (reader.Open(path.c_str()) == 0) return false;
     size = reader.Remaining();
     std::vector<unsigned char> bytes(format::kArmHeaderBytes);
@@ -44,7 +44,9 @@ bool ReadHeader(const std::string& path, OneViewArmImageDataHeader& header, uint
 }
 
 int RunArmList(const ArmOptions& o, const Output& output) {
+    CommandFiles files(output);
     ArmImageExtractor extractor;
+    extractor.SetEnv(&files);
     int status = 0;
     for (const std::string& dir : o.dirs) {
         std::vector<int> views;
@@ -60,7 +62,7 @@ int RunArmList(const ArmOptions& o, const Output& output) {
             OneViewArmImageDataHeader header;
             uint64_t size = 0;
             const std::string path = AsSource(dir) + std::to_string(view) + ".armraw";
-            if (!ReadHeader(path, header, size)) {
+            if (!ReadHeader(&files, path, header, size)) {
                 std::cout << "  view " << view << ": shorter than its " << format::kArmHeaderBytes << "-byte header ("
                           << size << " bytes)\n";
                 continue;
@@ -71,31 +73,34 @@ int RunArmList(const ArmOptions& o, const Output& output) {
                       << header.sinDimB << " x " << header.sinDimC << "), " << MiB(size) << "\n";
         }
     }
-    return status;
+    return ReportFiles(files) != 0 ? 1 : status;
 }
 
 int RunArmExtract(const ArmOptions& o, const Output& output) {
-    if (!DrasselSpace::FileToolP::CreateDirectoryRecursively(o.outDir))
-        return Fail(o.outDir + ": cannot create the output folder");
-    const std::string probe = AsSource(o.outDir) + ".grabsys_write_test";
-    unsigned char byte = 0;
-    if (!DrasselSpace::FileToolP::SaveDataToFile(probe, &byte, 1))
-        return Fail(o.outDir + ": the output folder is not writable");
-    platform::Env::Default()->RemoveFile(probe);
+    CommandFiles files(output);
+    const Status root = files.CreateDirectories(o.outDir);
+    if (!root.ok()) return Fail("output folder " + root.ToString());
 
     OutputOneViewArmImageParm parm;
     parm.outputDir = AsSource(o.outDir);
     parm.mode = o.mode;
     uint64_t total = 0;
     ArmImageExtractor extractor;
+    extractor.SetEnv(&files);
     for (size_t s = 0; s < o.dirs.size(); ++s) {
         std::vector<int>& views = parm.views[s];
-        if (!extractor.ParseArmRawFile(o.dirs[s], views) && views.empty()) Fail(o.dirs[s] + ": no .armraw files");
+        const size_t before = files.Failures().size();
+        // A folder that cannot be listed says why among the files' failures.
+        if (!extractor.ParseArmRawFile(o.dirs[s], views) && views.empty() && files.Failures().size() == before)
+            Fail(o.dirs[s] + ": no .armraw files");
         std::sort(views.begin(), views.end());
         parm.inputDirs[s] = AsSource(o.dirs[s]);
         total += views.size();
     }
-    if (total == 0) return Fail("nothing to extract");
+    if (total == 0) {
+        ReportFiles(files);
+        return Fail("nothing to extract");
+    }
 
     // The extractor shares the views of each source out to its threads; the
     // bar follows its counters, which may be read while it works.
@@ -122,22 +127,31 @@ int RunArmExtract(const ArmOptions& o, const Output& output) {
     }
     const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
 
-    size_t failedCount = 0;
-    for (const std::vector<int>& failed : failedPerSource) failedCount += failed.size();
+    // Views the system counts as extracted may still have lost files: they
+    // are not counted as extracted here.
+    const ExtractCounters c = extractor.GetCounters();
+    uint64_t failedCount = 0, incomplete = 0;
+    for (size_t s = 0; s < 3; ++s) {
+        failedCount += c.failed[s];
+        incomplete += c.filesFailed[s];
+    }
     if (!output.quiet) {
         const int threads = extractor.GetExtractThreads();
-        std::cout << "extracted " << total - failedCount << " of " << total << " views from " << o.dirs.size()
-                  << " source" << (o.dirs.size() == 1 ? "" : "s") << " into " << o.outDir << " in " << seconds
-                  << " s (" << threads << " thread" << (threads == 1 ? "" : "s") << ")\n";
+        std::cout << "extracted " << total - failedCount - incomplete << " of " << total << " views from "
+                  << o.dirs.size() << " source" << (o.dirs.size() == 1 ? "" : "s") << " into " << o.outDir << " in "
+                  << seconds << " s (" << threads << " thread" << (threads == 1 ? "" : "s") << ")";
+        if (incomplete != 0) std::cout << "; " << incomplete << " view" << (incomplete == 1 ? "" : "s") << " with files not written";
+        std::cout << "\n";
     }
-    int status = 0;
+    int status = ReportFiles(files);
     for (size_t s = 0; s < o.dirs.size(); ++s) {
         if (failedPerSource[s].empty()) continue;
         std::sort(failedPerSource[s].begin(), failedPerSource[s].end());
         std::string list;
         for (int v : failedPerSource[s]) list += (list.empty() ? "" : ", ") + std::to_string(v);
         status = Fail(o.dirs[s] + ": views " + list +
-                      " failed (damaged or unreadable .armraw files; files written for them before the damage stay)");
+                      " failed (damaged or unreadable .armraw files, or folders that cannot be made; files written "
+                      "for them before that stay)");
     }
     return status;
 }

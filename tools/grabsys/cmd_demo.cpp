@@ -14,10 +14,13 @@
 
 namespace grabsys {
 
+using GrabSystem::Status;
+
 namespace {
 
 struct DemoOptions {
     GrabDemoOptions grab;
+    CameraDemoOptions camera;
     ArmDemoOptions arm;
     PackageDemoOptions packages;
     std::string outDir;
@@ -45,9 +48,12 @@ int RunDemo(DemoOptions o, const Output& output) {
     std::error_code ec;
     if (o.outDir.empty())
         o.outDir = (fs::temp_directory_path() / ("grabsys_demo_" + std::to_string(std::random_device{}()))).string();
-    fs::create_directories(o.outDir, ec);
-    if (!fs::is_directory(o.outDir, ec)) return Fail(o.outDir + ": cannot create the output folder");
-    o.outDir = fs::absolute(o.outDir).string();
+    const Status made = ToolEnv()->CreateDirectories(o.outDir);
+    if (!made.ok()) return Fail(made.ToString());
+    o.outDir = fs::absolute(o.outDir, ec).string();
+    // The packages' drive paths map into the output folder.
+    UseDriveRoot(o.outDir);
+    CommandFiles files(output);
     o.grab.outputDir = o.arm.outputDir = o.packages.outputDir = o.outDir;
     o.packages.cameras = o.arm.cameras;
     o.packages.threads = o.arm.threads;
@@ -56,14 +62,18 @@ int RunDemo(DemoOptions o, const Output& output) {
     std::ostream& out = output.quiet ? static_cast<std::ostream&>(quiet) : std::cout;
     std::vector<StageSummary> summary;
     out << "Device memory: " << Zentrik::CDeviceManager::Describe() << "\n\n";
-    bool ok = RunGrabDemo(o.grab, out, summary);
-    if (!ok) Fail("demo: frames were corrupted on the grab path");
+    bool ok = RunGrabDemo(o.grab, &files, out, summary);
+    if (!ok) Fail("demo: frames were corrupted on the grab path, or their files were not written");
     out << "\n";
-    if (!RunArmDemo(o.arm, out, summary)) ok = !Fail("demo: arm frames did not come back as captured");
+    if (o.camera.frames != 0 && !RunCameraDemo(o.camera, out, summary))
+        ok = !Fail("demo: the camera stage failed (see above)");
     out << "\n";
-    if (!RunPackageDemo(o.packages, out, summary)) ok = !Fail("demo: package frames did not come back as bundled");
+    if (!RunArmDemo(o.arm, &files, out, summary)) ok = !Fail("demo: arm frames did not come back as captured");
+    out << "\n";
+    if (!RunPackageDemo(o.packages, &files, out, summary)) ok = !Fail("demo: package frames did not come back as bundled");
 
     PrintSummary(summary);
+    if (ReportFiles(files) != 0) ok = false;
     std::cout << (ok ? "all frames verified bit for bit" : "VERIFICATION FAILED") << "\n";
     return ok ? 0 : 1;
 }
@@ -82,6 +92,9 @@ void RegisterDemo(CLI::App& app, const Output& output, Runner& run) {
     demo->add_option("--arm-height", o->arm.height, "Height of the arm frames")->check(CLI::Range(16u, 65535u))->capture_default_str();
     demo->add_option("--row-gap", o->grab.rowGap, "Padding bytes after each camera row")->check(CLI::Range(0u, 4096u))->capture_default_str();
     demo->add_option("--frames", o->grab.frames, "Frames pushed per pool mode")->check(CLI::Range(1u, 1000000u))->capture_default_str();
+    demo->add_option("--camera-frames", o->camera.frames, "Frames grabbed from the simulated camera (0: no camera stage)")->check(CLI::Range(0u, 1000000u))->capture_default_str();
+    demo->add_option("--camera-width", o->camera.width, "Width of the simulated camera's frames")->check(CLI::Range(1u, 2048u))->capture_default_str();
+    demo->add_option("--camera-height", o->camera.height, "Height of the simulated camera's frames")->check(CLI::Range(1u, 2048u))->capture_default_str();
     demo->add_option("--chunks", o->grab.chunks, "Images in the pool")->check(CLI::Range(1u, 64u))->capture_default_str();
     demo->add_option("--camera-fps", o->grab.cameraFps, "Camera frame rate; 0 pushes as fast as possible")->check(CLI::Range(0.0, 10000.0))->capture_default_str();
     demo->add_option("--consumer-ms", o->grab.consumerMs, "Simulated work per consumed frame, in ms")->check(CLI::Range(0u, 10000u))->capture_default_str();

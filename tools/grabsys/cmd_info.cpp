@@ -196,13 +196,13 @@ int RunInfo(const InfoOptions& o) {
     bool first = true;
     if (o.json) std::cout << "[";
     for (const std::string& path : o.files) {
-        unsigned char* raw = nullptr;
-        unsigned long long size = 0;
-        if (!DrasselSpace::FileToolP::LoadDataFromFile(path, raw, size)) {
-            status = Fail(path + ": cannot read the file");
+        std::unique_ptr<unsigned char[]> data;
+        uint64_t size = 0;
+        const Status read = ToolEnv()->ReadFile(path, data, size);
+        if (!read.ok()) {
+            status = Fail(read.ToString());
             continue;
         }
-        const std::unique_ptr<unsigned char[]> data(raw);
         const format::Bytes file(data.get(), static_cast<size_t>(size));
         Report r;
         if (o.json) r.Str("file", path);

@@ -63,13 +63,18 @@ struct Frame {
 
 // The frames of the folder's BMP files in natural name order; an empty list
 // after Fail has reported why.
-std::vector<Frame> ReadFrames(const std::string& from, unsigned& width, unsigned& height, const Output& output) {
-    std::vector<std::string> names;
-    std::error_code ec;
-    for (const auto& entry : fs::directory_iterator(from, ec)) {
-        std::string ext = entry.path().extension().string();
+std::vector<Frame> ReadFrames(platform::TrackingEnv& files, const std::string& from, unsigned& width,
+                              unsigned& height, const Output& output) {
+    std::vector<std::string> listed, names;
+    const Status listing = files.ListFiles(from, &listed);
+    if (!listing.ok()) {
+        Fail(listing.ToString());
+        return {};
+    }
+    for (const std::string& name : listed) {
+        std::string ext = DrasselSpace::CWinHelper::GetFileExtension(name);
         std::transform(ext.begin(), ext.end(), ext.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        if (entry.is_regular_file() && ext == ".bmp") names.push_back(entry.path().string());
+        if (ext == ".bmp") names.push_back((fs::path(from) / name).string());
     }
     if (names.empty()) {
         Fail(from + ": no .bmp files");
@@ -83,10 +88,13 @@ std::vector<Frame> ReadFrames(const std::string& from, unsigned& width, unsigned
         unsigned char* px = nullptr;
         unsigned w = 0, h = 0;
         DrasselSpace::ePixelFormatP format{};
-        const bool loaded = DrasselSpace::ImageIOToolP::LoadBMP(name.c_str(), px, w, h, format);
+        const size_t before = files.Failures().size();
+        const bool loaded = DrasselSpace::ImageIOToolP::LoadBMP(name.c_str(), px, w, h, format, &files);
         std::unique_ptr<unsigned char[]> owned(px);
         std::string problem;
-        if (!loaded)
+        if (!loaded && files.Failures().size() != before)
+            problem = files.Failures().back().cause();
+        else if (!loaded)
             problem = "not a readable BMP file";
         else if (format != DrasselSpace::ePixelFormatGray8)
             problem = "not an 8-bit grey BMP";
@@ -106,20 +114,21 @@ std::vector<Frame> ReadFrames(const std::string& from, unsigned& width, unsigned
 }
 
 int RunPackageCreate(const CreateOptions& o, const Output& output) {
+    CommandFiles files(output);
     unsigned width = 0, height = 0;
-    const std::vector<Frame> frames = ReadFrames(o.from, width, height, output);
+    const std::vector<Frame> frames = ReadFrames(files, o.from, width, height, output);
     if (frames.empty()) return 1;
     const uint64_t frameBytes = uint64_t{width} * height;
     if (frameBytes * frames.size() > UINT32_MAX) return Fail("the frames exceed the 4 GiB a package can hold");
 
     // The save replaces the file only once it is whole; what it returns
-    // says only whether the file could be created.
-    const bool existed = platform::Env::Default()->FileExists(o.output);
-    platform::WriteWatch watch;
+    // says only whether the file could be created, the files' account says
+    // whether it was written.
     bool created = false;
     uint64_t dataBytes = 0;
     if (!o.general) {
         CDebugImgPackageP pkg;
+        pkg.SetEnv(&files);
         CDebugImgPackageInfoP run;
         run.Width = width;
         run.Height = height;
@@ -134,6 +143,7 @@ int RunPackageCreate(const CreateOptions& o, const Output& output) {
         created = pkg.SaveDebugPackage(o.output);
     } else {
         std::unique_ptr<CDebugPackageP> pkg(new CDebugPackageP);
+        pkg->SetEnv(&files);
         pkg->InitialPackageBuffer();
         CDebugPackageInfoP run;
         run.JumpIdx = o.jump;
@@ -146,8 +156,10 @@ int RunPackageCreate(const CreateOptions& o, const Output& output) {
         if (!o.project.empty()) {
             unsigned char* project = nullptr;
             unsigned long long size = 0;
-            if (!DrasselSpace::FileToolP::LoadDataFromFile(o.project, project, size))
+            if (!DrasselSpace::FileToolP::LoadDataFromFile(o.project, project, size, &files)) {
+                ReportFiles(files);
                 return Fail(o.project + ": cannot read the project file");
+            }
             std::unique_ptr<unsigned char[]> owned(project);
             if (size > INT32_MAX || !pkg->AddData(0, project, 0, static_cast<int>(size)))
                 return Fail(o.project + ": the project file is too large for a package");
@@ -162,11 +174,8 @@ int RunPackageCreate(const CreateOptions& o, const Output& output) {
         dataBytes = pkg->GetDataSize();
         created = pkg->SaveDebugPackage(o.output, !o.project.empty());
     }
-    if (!created || !watch.Finished()) {
-        const std::string cause = created ? "a write failed" : "the file cannot be created";
-        return Fail(o.output + ": cannot write the package (" + cause + "); " +
-                    (existed ? "the earlier file of that name stays" : "nothing was written"));
-    }
+    if (ReportFiles(files) != 0) return 1;
+    if (!created) return Fail(o.output + ": cannot write the package");
     if (!output.quiet) {
         std::cout << "wrote " << (o.general ? "general" : "image") << " package " << o.output << ": " << frames.size()
                   << " frames of " << width << " x " << height << ", camera " << o.camera << ", group " << o.group
@@ -177,19 +186,24 @@ int RunPackageCreate(const CreateOptions& o, const Output& output) {
 }
 
 int RunPackageExport(const ExportOptions& o, const Output& output) {
-    for (const std::string& file : o.files) {
-        BinaryReader reader;
-        if (reader.Open(file.c_str()) == 0) return Fail(file + ": cannot open the package");
-        unsigned char head[format::kPackageHeadBytes];
-        const size_t got = reader.ReadByteArray(head, sizeof head);
-        if (!format::HoldsPackageHead(format::Bytes(head, got))) return Fail(file + ": too short to be a debug package");
+    {
+        CommandFiles heads(output);
+        for (const std::string& file : o.files) {
+            BinaryReader reader(&heads);
+            unsigned char head[format::kPackageHeadBytes];
+            const size_t got = reader.Open(file.c_str()) == 0 ? 0 : reader.ReadByteArray(head, sizeof head);
+            if (!reader.status().ok()) return Fail(reader.status().ToString());
+            if (!format::HoldsPackageHead(format::Bytes(head, got))) return Fail(file + ": too short to be a debug package");
+        }
     }
+    const Status root = ToolEnv()->CreateDirectories(o.root);
+    if (!root.ok()) return Fail(root.ToString());
     std::error_code ec;
-    fs::create_directories(o.root, ec);
-    if (!fs::is_directory(o.root, ec)) return Fail(o.root + ": cannot create the drive root");
-    UseDriveRoot(fs::absolute(o.root).string());
+    UseDriveRoot(fs::absolute(o.root, ec).string());
 
+    CommandFiles files(output);
     CDebugPackageExporterP exporter;
+    exporter.SetEnv(&files);
     exporter.SetExportThreads(o.jobs);
     const bool ok = exporter.ExprotPackage(o.files);
     const fs::path tree = NativePath(format::kExportTreeRoot);
@@ -203,11 +217,25 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
         if (exporter.GetProjectFileSize() != 0)
             std::cout << "project file " << NativePath(CDebugPackageP::kProjectFilePath) << ": "
                       << exporter.GetProjectFileSize() << " bytes\n";
+        std::cout << files.FilesWritten() << " files written, " << files.FilesFailed() << " failed\n";
     }
-    if (!ok)
-        return Fail("a package failed to load (damaged, truncated or not a debug package)" +
+    if (!ok) {
+        ReportFiles(files);
+        return Fail("a package failed to load (damaged, truncated, unreadable or not a debug package)" +
                     std::string(o.files.size() > 1 ? "; packages exported before it stay in the tree" : ""));
-    return 0;
+    }
+    // The system exports a damaged package as far as it reads it, and says
+    // so only when it cannot load it at all: the strict reader names the
+    // damage.
+    std::vector<Status> damaged;
+    for (const std::string& file : o.files) {
+        capture::PackageContent content;
+        const Status checked = capture::ReadPackage(file, content, &files);
+        if (checked.IsCorruption()) damaged.push_back(checked);
+    }
+    int status = ReportFiles(files);
+    for (const Status& d : damaged) status = Fail(d.ToString() + " (exported as far as the system reads it)");
+    return status;
 }
 
 // The image form keeps the jump index in a byte (SetJumpIdx); the general

@@ -91,15 +91,17 @@ std::string Stem(std::string path) {
 struct Job {
     std::string source;
     std::string stem;
-    std::function<bool(preview::Sheet&, std::string&)> render;
+    // The sheet, through the command's Env; `unreadable` takes the views an
+    // index could not show.
+    std::function<Status(platform::Env*, preview::Sheet&, std::vector<Status>& unreadable)> render;
 };
 
 // Where each job's sheet goes: -o itself for a single sheet named as a
 // file; <dir>/<stem><ext> when -o is a folder (existing, or ending with a
 // separator); else <-o without extension>-<stem><ext> beside it. Names that
 // would repeat get -2, -3, ...
-std::vector<std::string> OutputNames(const std::string& out, const std::vector<Job>& jobs) {
-    const bool folder = IsSeparator(out.back()) || DrasselSpace::FileToolP::IsDirectoryExists(out);
+std::vector<std::string> OutputNames(platform::Env* env, const std::string& out, const std::vector<Job>& jobs) {
+    const bool folder = IsSeparator(out.back()) || DrasselSpace::FileToolP::IsDirectoryExists(out, env);
     std::string base = out;
     const std::string ext = DrasselSpace::CWinHelper::GetFileExtension(out);
     if (!folder && !ext.empty()) base.resize(out.size() - ext.size());
@@ -118,64 +120,79 @@ std::vector<std::string> OutputNames(const std::string& out, const std::vector<J
 
 int RunPreview(const PreviewOptions& o, const Output& output) {
     if (o.out.empty()) return Fail("-o: an empty name");
+    CommandFiles files(output);
     preview::SheetOptions sheetOptions = o.sheet;
     sheetOptions.labels = !o.noLabels;
     int status = 0;
     std::vector<Job> jobs;
     for (const std::string& input : o.inputs) {
-        if (!DrasselSpace::FileToolP::IsDirectoryExists(input)) {
-            jobs.push_back({input, Stem(input), [input, sheetOptions](preview::Sheet& s, std::string& e) {
-                                return preview::RenderFileSheet(input, sheetOptions, s, e);
+        if (!DrasselSpace::FileToolP::IsDirectoryExists(input, &files)) {
+            jobs.push_back({input, Stem(input), [input, sheetOptions](platform::Env* env, preview::Sheet& s, std::vector<Status>&) {
+                                return preview::RenderFileSheet(input, sheetOptions, s, env);
                             }});
             continue;
         }
         if (o.index) {
-            jobs.push_back({input, Stem(input), [input, sheetOptions](preview::Sheet& s, std::string& e) {
-                                return preview::RenderFolderSheet(input, sheetOptions, s, e);
+            jobs.push_back({input, Stem(input),
+                            [input, sheetOptions](platform::Env* env, preview::Sheet& s, std::vector<Status>& unreadable) {
+                                return preview::RenderFolderSheet(input, sheetOptions, s, &unreadable, env);
                             }});
             continue;
         }
         std::vector<int> views;
-        ArmImageExtractor().ParseArmRawFile(input, views);
+        ArmImageExtractor lister;
+        lister.SetEnv(&files);
+        lister.ParseArmRawFile(input, views);
         std::sort(views.begin(), views.end());
         if (views.empty()) status = Fail(input + ": no .armraw files named by a view number");
         for (int view : views) {
             const std::string path = input + (IsSeparator(input.back()) ? "" : "/") + std::to_string(view) + ".armraw";
             jobs.push_back({path, Stem(input) + "-" + std::to_string(view),
-                            [path, sheetOptions](preview::Sheet& s, std::string& e) {
-                                return preview::RenderFileSheet(path, sheetOptions, s, e);
+                            [path, sheetOptions](platform::Env* env, preview::Sheet& s, std::vector<Status>&) {
+                                return preview::RenderFileSheet(path, sheetOptions, s, env);
                             }});
         }
     }
-    if (jobs.empty()) return status;
-    const std::vector<std::string> names = OutputNames(o.out, jobs);
-    if (IsSeparator(o.out.back()) && !DrasselSpace::FileToolP::CreateDirectoryRecursively(o.out))
-        return Fail(o.out + ": cannot create the output folder");
+    if (jobs.empty()) return ReportFiles(files) != 0 ? 1 : status;
+    const std::vector<std::string> names = OutputNames(&files, o.out, jobs);
+    if (IsSeparator(o.out.back())) {
+        const Status folder = files.CreateDirectories(o.out);
+        if (!folder.ok()) return Fail(folder.ToString());
+    }
 
+    // Inputs that cannot be shown are named here; files that fail to be
+    // read or written, by ReportFiles.
     Progress progress("rendering sheets", jobs.size(), output);
     for (size_t i = 0; i < jobs.size(); ++i) {
         preview::Sheet sheet;
-        std::string error;
-        const bool made = jobs[i].render(sheet, error);
+        std::vector<Status> unreadable;
+        const size_t before = files.Failures().size();
+        const Status made = jobs[i].render(&files, sheet, unreadable);
         progress.Add();
-        if (!made) {
-            status = Fail(jobs[i].source + ": " + error);
+        if (!made.ok()) {
+            status = 1;
+            if (files.Failures().size() == before) Fail(made.subject().empty() ? jobs[i].source + ": " + made.cause() : made.ToString());
             continue;
         }
         std::vector<uint8_t> bytes;
-        if (!EncodeSheet(sheet, bytes) ||
-            !DrasselSpace::FileToolP::SaveDataToFile(names[i], bytes.data(), bytes.size())) {
-            status = Fail(names[i] + ": cannot write the sheet");
+        if (!EncodeSheet(sheet, bytes)) {
+            status = Fail(names[i] + ": the sheet cannot be encoded");
+            continue;
+        }
+        if (!files.WriteFile(names[i], bytes.data(), bytes.size()).ok()) {
+            status = 1;
             continue;
         }
         // A folder index is written even when some views could not be read;
-        // their rows say why, and so does one error line.
-        if (!error.empty()) status = Fail(jobs[i].source + ": " + error);
+        // their rows say why, and so does one error line each.
+        for (const Status& view : unreadable)
+            if (!view.IsIOError() && !view.IsNotFound()) status = Fail(view.ToString());
         if (!output.quiet) {
             std::cout << "wrote " << names[i] << ": " << sheet.width << " x " << sheet.height << " from "
                       << jobs[i].source << "\n";
         }
     }
+    if (ReportFiles(files) != 0) status = 1;
     return status;
 }
 

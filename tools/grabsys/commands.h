@@ -21,6 +21,8 @@ void RegisterArm(CLI::App& app, const Output& output, Runner& run);
 void RegisterPackage(CLI::App& app, const Output& output, Runner& run);
 void RegisterInfo(CLI::App& app, const Output& output, Runner& run);
 void RegisterPreview(CLI::App& app, const Output& output, Runner& run);
+// grab and cameras
+void RegisterGrab(CLI::App& app, const Output& output, Runner& run);
 
 // Makes `run` the given command once `command` has been parsed.
 inline void RunWhenParsed(CLI::App* command, Runner& run, Runner body) {

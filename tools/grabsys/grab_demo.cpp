@@ -81,12 +81,14 @@ private:
 
 // Saves a pooled image as raw and as BMP, loads both back into fresh images
 // and compares geometry, pixels and the frame attribute.
-bool SaveAndReload(IImgP& img, const std::string& dir, uint64_t serial) {
+bool SaveAndReload(GrabSystem::platform::Env* env, IImgP& img, const std::string& dir, uint64_t serial) {
     bool ok = true;
+    img.SetEnv(env);
     for (auto format : {eImgFmtRaw, eImgFmtBmp}) {
         const std::string path = dir + "\\frame" + std::to_string(serial) + (format == eImgFmtRaw ? ".raw" : ".bmp");
         img.SaveFile(path.c_str(), format);
         CImg8P back;
+        back.SetEnv(env);
         ok = ok && back.LoadFile(path.c_str()) && back.GetWidth() == img.GetWidth() &&
              back.GetHeight() == img.GetHeight() && back.GetInfo().frameAttr == img.GetInfo().frameAttr &&
              std::memcmp(back.GetData(), img.GetData(), size_t{img.GetWidth()} * img.GetHeight()) == 0;
@@ -94,7 +96,7 @@ bool SaveAndReload(IImgP& img, const std::string& dir, uint64_t serial) {
     return ok;
 }
 
-ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& camera) {
+ModeResult RunMode(const GrabDemoOptions& o, GrabSystem::platform::Env* env, PoolMode mode, SyntheticCamera& camera) {
     ModeResult r;
     std::vector<unsigned char> region(camera.PackedSize() * o.chunks);
     CImgPoolCtrlP pool(static_cast<unsigned char>(mode), nullptr, mode, 8);
@@ -142,7 +144,7 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
             const bool intact = camera.Matches(img->GetImg()) && img->GetInfo().frameAttr == FrameNumber(img->GetImg());
             intact ? ++r.verified : ++r.mismatched;
             if (r.filesVerified + r.filesFailed < o.savedFrames)
-                SaveAndReload(*img, o.outputDir, want) ? ++r.filesVerified : ++r.filesFailed;
+                SaveAndReload(env, *img, o.outputDir, want) ? ++r.filesVerified : ++r.filesFailed;
             std::this_thread::sleep_for(std::chrono::milliseconds(o.consumerMs));
             img->ReleaseUsingStatus();
             ++r.consumed;
@@ -165,7 +167,8 @@ ModeResult RunMode(const GrabDemoOptions& o, PoolMode mode, SyntheticCamera& cam
 
 }  // namespace
 
-bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageSummary>& summary) {
+bool RunGrabDemo(const GrabDemoOptions& o, GrabSystem::platform::Env* env, std::ostream& out,
+                 std::vector<StageSummary>& summary) {
     SyntheticCamera camera(o);
     out << "Grab path: " << o.frames << " frames of " << o.width << " x " << o.height << " (8-bit, " << o.rowGap
         << " bytes of row padding) per mode, camera at " << o.cameraFps << " fps, consumer " << o.consumerMs
@@ -176,7 +179,7 @@ bool RunGrabDemo(const GrabDemoOptions& o, std::ostream& out, std::vector<StageS
         << std::setw(14) << "copy MiB/s" << "\n";
     bool ok = true;
     for (PoolMode mode : {GrabSystem::ePoolNormal, GrabSystem::ePoolRing}) {
-        const ModeResult r = RunMode(o, mode, camera);
+        const ModeResult r = RunMode(o, env, mode, camera);
         const GrabSystem::PoolCounters& c = r.counts;
         StageSummary stage;
         stage.stage = mode == GrabSystem::ePoolRing ? "grab, ring mode" : "grab, normal mode";

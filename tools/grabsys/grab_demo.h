@@ -28,6 +28,20 @@ struct GrabDemoOptions {
 // attribute; the consumer fetches them with GetImg, saves a few as raw and
 // BMP files, loads those back, and releases with ReleaseUsingStatus.
 // Returns false when a frame or a reloaded file did not hold what was pushed.
-bool RunGrabDemo(const GrabDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
+// Every file goes through `env`.
+bool RunGrabDemo(const GrabDemoOptions& options, GrabSystem::platform::Env* env, std::ostream& out,
+                 std::vector<StageSummary>& summary);
+
+struct CameraDemoOptions {
+    uint32_t width = 1024;  // the simulated camera's sensor is 2048 x 2048
+    uint32_t height = 1024;
+    uint32_t frames = 150;  // the simulated camera's ids start at 65401: 150 frames wrap
+};
+
+// Grabs from Aravis's in-process simulated camera through the camera layer
+// into a pool and checks every pixel of every frame against its picture.
+// False when a frame differs or a frame is not accounted for; a build
+// without camera support says so and passes.
+bool RunCameraDemo(const CameraDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
 
 }  // namespace grabsys

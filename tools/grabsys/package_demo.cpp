@@ -22,34 +22,36 @@ std::vector<unsigned char> CameraFrame(const PackageDemoOptions& o, uint32_t cam
     return px;
 }
 
-bool SameAsBmp(const std::vector<unsigned char>& frame, const std::string& path) {
+bool SameAsBmp(GrabSystem::platform::Env* env, const std::vector<unsigned char>& frame, const std::string& path) {
     CImg8P back;
+    back.SetEnv(env);
     return back.LoadFile(path.c_str()) && back.GetMemSize() == frame.size() &&
            std::memcmp(back.GetData(), frame.data(), frame.size()) == 0;
 }
 
 // Compares every frame with the exported tree; `jump` shifts the numbers.
-uint64_t CountMatches(const PackageDemoOptions& o, uint32_t jump, uint64_t& wrong) {
+uint64_t CountMatches(GrabSystem::platform::Env* env, const PackageDemoOptions& o, uint32_t jump, uint64_t& wrong) {
     uint64_t same = 0;
     for (uint32_t cam = 0; cam < o.cameras; ++cam)
         for (uint32_t f = 0; f < o.frames; ++f) {
             const std::string path = format::ExportFramePath(format::ExportFolder(cam, ""), jump + f);
-            SameAsBmp(CameraFrame(o, cam, f), path) ? ++same : ++wrong;
+            SameAsBmp(env, CameraFrame(o, cam, f), path) ? ++same : ++wrong;
         }
     return same;
 }
 
 }  // namespace
 
-bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<StageSummary>& summary) {
-    UseDriveRoot(o.outputDir);
+bool RunPackageDemo(const PackageDemoOptions& o, GrabSystem::platform::Env* env, std::ostream& out,
+                    std::vector<StageSummary>& summary) {
     const std::string dir = o.outputDir + "/packages/";
-    DrasselSpace::FileToolP::CreateDirectoryRecursively(dir);
+    DrasselSpace::FileToolP::CreateDirectoryRecursively(dir, env);
     out << "Debug packages: " << o.cameras << " cameras x " << o.frames << " frames of " << o.width << " x "
         << o.height << "\n";
 
     // The image package: one run per camera, raw frames.
     CDebugImgPackageP image;
+    image.SetEnv(env);
     for (uint32_t cam = 0; cam < o.cameras; ++cam) {
         CDebugImgPackageInfoP run;
         run.Width = o.width;
@@ -69,6 +71,7 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     // The general package: a project file, then LZ4 frames; jump index 3.
     const std::string project = "<vormex-project scan='demo' cameras='" + std::to_string(o.cameras) + "'/>";
     CDebugPackageP general;
+    general.SetEnv(env);
     general.InitialPackageBuffer();
     general.AddData(0, reinterpret_cast<unsigned char*>(const_cast<char*>(project.data())), 0,
                     static_cast<int>(project.size()));
@@ -101,11 +104,12 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     // Export each through the exporter and compare the tree.
     uint64_t wrong = 0;
     CDebugPackageExporterP exporter;
+    exporter.SetEnv(env);
     exporter.SetExportThreads(o.threads);
     const auto t0 = std::chrono::steady_clock::now();
     const bool imageExported = exporter.ExprotPackage({dir + "image.dbg"});
     const double imageSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
-    const uint64_t imageSame = CountMatches(o, 0, wrong);
+    const uint64_t imageSame = CountMatches(env, o, 0, wrong);
     const auto t1 = std::chrono::steady_clock::now();
     const bool generalExported = exporter.ExprotPackage({dir + "general.dbg"});
     const double generalSeconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - t1).count();
@@ -114,11 +118,11 @@ bool RunPackageDemo(const PackageDemoOptions& o, std::ostream& out, std::vector<
     const std::string tree = NativePath(format::kExportTreeRoot);
     summary.push_back({"image package export", frames, plain, std::filesystem::file_size(NativePath(dir + "image.dbg"), ec), imageSeconds, tree});
     summary.push_back({"general package export", frames, plain, std::filesystem::file_size(NativePath(dir + "general.dbg"), ec), generalSeconds, tree});
-    const uint64_t generalSame = CountMatches(o, 3, wrong);
+    const uint64_t generalSame = CountMatches(env, o, 3, wrong);
 
     unsigned char* projectBack = nullptr;
     unsigned long long projectSize = 0;
-    const bool projectOk = DrasselSpace::FileToolP::LoadDataFromFile(CDebugPackageP::kProjectFilePath, projectBack, projectSize) &&
+    const bool projectOk = DrasselSpace::FileToolP::LoadDataFromFile(CDebugPackageP::kProjectFilePath, projectBack, projectSize, env) &&
                            std::string(reinterpret_cast<char*>(projectBack), projectSize) == project;
     delete[] projectBack;
 

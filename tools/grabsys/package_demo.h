@@ -19,9 +19,11 @@ struct PackageDemoOptions {
     uint32_t width = 640;
     uint32_t height = 480;
     int threads = 1;  // threads writing the image package's frames
-    std::string outputDir;  // packages in <out>/packages; D: maps to <out>/D
+    std::string outputDir;  // packages in <out>/packages; D: maps to <out>/D (the caller's UseDriveRoot)
 };
 
-bool RunPackageDemo(const PackageDemoOptions& options, std::ostream& out, std::vector<StageSummary>& summary);
+// Every file goes through `env`.
+bool RunPackageDemo(const PackageDemoOptions& options, GrabSystem::platform::Env* env, std::ostream& out,
+                    std::vector<StageSummary>& summary);
 
 }  // namespace grabsys

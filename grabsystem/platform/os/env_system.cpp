@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <filesystem>
 #include <new>
@@ -37,28 +38,58 @@ std::string TempName(const std::string& path) {
     return path + ".tmp-" + std::to_string(sys::ProcessId()) + "-" + std::to_string(counter++);
 }
 
+// A std::filesystem error, worded as the system words it.
+Status FromErrorCode(const std::string& path, const std::string& what, const std::error_code& ec) {
+    std::string cause = ec ? what + " (" + ec.message() + ")" : what;
+    if (ec == std::errc::no_such_file_or_directory) return Status::NotFound(path, std::move(cause));
+    return Status::IOError(path, std::move(cause));
+}
+
 // The common part of both kinds of file: a stream that is given up at the
 // first failed write, so that nothing half-written outlives a failure even
-// when the caller forgets to close.
+// when the caller forgets to close. The first failure is the file's answer
+// from then on.
 class StreamFile : public WritableFile {
 public:
-    explicit StreamFile(FILE* file) : m_file(file) {}
+    StreamFile(FILE* file, std::string path) : m_file(file), m_path(std::move(path)) {}
 
-    bool Append(const void* data, size_t size) final {
-        if (m_file == nullptr) return false;
-        if (size == 0 || std::fwrite(data, 1, size, m_file) == size) return true;
+    Status Append(const void* data, size_t size) final {
+        if (m_file == nullptr) return Failed();
+        if (size == 0) return Status::OK();
+        errno = 0;
+        const size_t written = std::fwrite(data, 1, size, m_file);
+        if (written == size) {
+            m_written += size;
+            return Status::OK();
+        }
+        m_error = Status::FromErrno(m_path, "write cut short after " + std::to_string(m_written + written) + " bytes",
+                                    errno);
         Abandon();
-        return false;
+        return m_error;
     }
 
-    bool Sync() final { return sys::FlushToDevice(m_file); }
+    Status Sync() final {
+        if (m_file == nullptr) return Failed();
+        errno = 0;
+        if (sys::FlushToDevice(m_file)) return Status::OK();
+        m_error = Status::FromErrno(m_path, "cannot push the file to the device", errno);
+        Abandon();
+        return m_error;
+    }
 
-    bool Close() final {
-        if (m_file == nullptr) return false;
+    Status Close() final {
+        if (m_file == nullptr) return Failed();
+        errno = 0;
         bool ok = std::fflush(m_file) == 0;
-        ok = std::fclose(m_file) == 0 && ok;
+        int error = ok ? 0 : errno;
+        if (std::fclose(m_file) != 0 && ok) {
+            ok = false;
+            error = errno;
+        }
         m_file = nullptr;
-        return Finish(ok);
+        if (!ok) m_error = Status::FromErrno(m_path, "the last writes did not reach the file", error);
+        m_error.Update(Finish(ok));
+        return m_error;
     }
 
     void Abandon() final {
@@ -70,13 +101,19 @@ public:
 
 protected:
     // After the stream closed (`written`: every byte reached the file):
-    // put the file in place, or undo it. The result is Close()'s.
-    virtual bool Finish(bool written) = 0;
+    // put the file in place, or undo it.
+    virtual Status Finish(bool written) = 0;
     // Leaves nothing of what this file wrote.
     virtual void Undo() = 0;
+    const std::string& Path() const { return m_path; }
 
 private:
+    Status Failed() const { return m_error.ok() ? Status::IOError(m_path, "the file is already closed") : m_error; }
+
     FILE* m_file;  // null once closed, abandoned or failed
+    const std::string m_path;
+    uint64_t m_written = 0;
+    Status m_error;
 };
 
 // A whole file. With a temporary name it is written there and moved over
@@ -84,22 +121,26 @@ private:
 // place.
 class WholeFile final : public StreamFile {
 public:
-    WholeFile(FILE* file, std::string path, std::string temp)
-        : StreamFile(file), m_path(std::move(path)), m_temp(std::move(temp)) {}
+    WholeFile(FILE* file, std::string path, std::string temp) : StreamFile(file, std::move(path)), m_temp(std::move(temp)) {}
     ~WholeFile() override { Abandon(); }
 
 private:
-    bool Finish(bool written) override {
-        if (m_temp.empty()) return written;
-        const bool ok = written && sys::Replace(m_temp, m_path);
-        if (!ok) sys::Unlink(m_temp);
-        return ok;
+    Status Finish(bool written) override {
+        if (m_temp.empty()) return Status::OK();
+        if (!written) {
+            sys::Unlink(m_temp);
+            return Status::OK();
+        }
+        errno = 0;
+        if (sys::Replace(m_temp, Path())) return Status::OK();
+        const int error = errno;
+        sys::Unlink(m_temp);
+        return Status::FromErrno(Path(), "cannot move the finished file into place", error);
     }
     void Undo() override {
         if (!m_temp.empty()) sys::Unlink(m_temp);
     }
 
-    const std::string m_path;
     const std::string m_temp;
 };
 
@@ -107,87 +148,126 @@ private:
 class AppendFile final : public StreamFile {
 public:
     AppendFile(FILE* file, std::string path, bool created, uint64_t length)
-        : StreamFile(file), m_path(std::move(path)), m_created(created), m_length(length) {}
+        : StreamFile(file, std::move(path)), m_created(created), m_length(length) {}
     ~AppendFile() override { Abandon(); }
 
 private:
-    bool Finish(bool written) override {
+    Status Finish(bool written) override {
         if (!written) Undo();
-        return written;
+        return Status::OK();
     }
     void Undo() override {
-        if (sys::KindOf(m_path) != PathKind::kRegular) return;
+        if (sys::KindOf(Path()) != PathKind::kRegular) return;
         std::error_code ec;
         if (m_created)
-            fs::remove(m_path, ec);
+            fs::remove(Path(), ec);
         else
-            fs::resize_file(m_path, m_length, ec);
+            fs::resize_file(Path(), m_length, ec);
     }
 
-    const std::string m_path;
     const bool m_created;
     const uint64_t m_length;
 };
 
-class SystemEnv final : public Env {
+// Reads at offsets through one stream; the lock keeps a seek and its read
+// together when several threads read one file.
+class StreamReadFile final : public RandomAccessFile {
 public:
-    std::unique_ptr<WritableFile> NewWritableFile(const std::string& path) override {
-        if (path.empty()) return nullptr;
-        const PathKind kind = sys::KindOf(path);
-        if (kind == PathKind::kDirectory) return nullptr;
-        if (kind == PathKind::kOther) {
-            FILE* file = Buffered(std::fopen(path.c_str(), "wb"));
-            if (file == nullptr) return nullptr;
-            return std::make_unique<WholeFile>(file, path, std::string());
+    StreamReadFile(FILE* file, std::string path, uint64_t size) : m_file(file), m_path(std::move(path)), m_size(size) {}
+    ~StreamReadFile() override { std::fclose(m_file); }
+
+    uint64_t Size() const override { return m_size; }
+
+    Status Read(uint64_t offset, size_t n, void* dst, size_t* got) const override {
+        *got = 0;
+        if (n == 0 || offset >= m_size) return Status::OK();
+        MutexLock lock(m_mutex);
+        errno = 0;
+        if (offset > static_cast<uint64_t>(INT64_MAX) || !FileSeek(m_file, static_cast<int64_t>(offset), SEEK_SET))
+            return Status::FromErrno(m_path, "cannot seek to byte " + std::to_string(offset), errno);
+        *got = std::fread(dst, 1, n, m_file);
+        if (*got == n) return Status::OK();
+        if (std::ferror(m_file) != 0) {
+            const int error = errno;
+            std::clearerr(m_file);
+            return Status::FromErrno(m_path, "read failed at byte " + std::to_string(offset + *got), error);
         }
-        // A name left by a crashed process with our id is skipped, not reused.
-        for (int attempt = 0; attempt < 16; ++attempt) {
-            const std::string temp = TempName(path);
-            FILE* file = Buffered(sys::CreateNew(temp));
-            if (file != nullptr) return std::make_unique<WholeFile>(file, path, temp);
-            if (errno != EEXIST) return nullptr;
-        }
-        return nullptr;
+        std::clearerr(m_file);
+        const uint64_t end = offset + *got;
+        if (end < m_size)
+            return Status::IOError(m_path, "the file ends at byte " + std::to_string(end) + " of its " +
+                                               std::to_string(m_size));
+        return Status::OK();
     }
 
-    std::unique_ptr<WritableFile> NewAppendableFile(const std::string& path) override {
-        if (path.empty()) return nullptr;
+private:
+    FILE* const m_file;
+    const std::string m_path;
+    const uint64_t m_size;
+    mutable Mutex m_mutex;
+};
+
+class SystemEnv final : public Env {
+public:
+    Status NewWritableFile(const std::string& path, std::unique_ptr<WritableFile>* result) override {
+        result->reset();
+        if (path.empty()) return Status::InvalidArgument(path, "no file name");
         const PathKind kind = sys::KindOf(path);
-        if (kind == PathKind::kDirectory) return nullptr;
+        if (kind == PathKind::kDirectory) return Status::IOError(path, "cannot write a file: the name is a folder");
+        if (kind == PathKind::kOther) {
+            errno = 0;
+            FILE* file = Buffered(std::fopen(path.c_str(), "wb"));
+            if (file == nullptr) return Status::FromErrno(path, "cannot open for writing", errno);
+            *result = std::make_unique<WholeFile>(file, path, std::string());
+            return Status::OK();
+        }
+        // A name left by a crashed process with our id is skipped, not reused.
+        int error = EEXIST;
+        for (int attempt = 0; attempt < 16 && error == EEXIST; ++attempt) {
+            const std::string temp = TempName(path);
+            errno = 0;
+            FILE* file = Buffered(sys::CreateNew(temp));
+            if (file != nullptr) {
+                *result = std::make_unique<WholeFile>(file, path, temp);
+                return Status::OK();
+            }
+            error = errno;
+        }
+        return Status::FromErrno(path, "cannot create the file", error);
+    }
+
+    Status NewAppendableFile(const std::string& path, std::unique_ptr<WritableFile>* result) override {
+        result->reset();
+        if (path.empty()) return Status::InvalidArgument(path, "no file name");
+        const PathKind kind = sys::KindOf(path);
+        if (kind == PathKind::kDirectory) return Status::IOError(path, "cannot append: the name is a folder");
         uint64_t length = 0;
         if (kind == PathKind::kRegular) {
             std::error_code ec;
             length = fs::file_size(path, ec);
-            if (ec) return nullptr;
+            if (ec) return FromErrorCode(path, "cannot size the file", ec);
         }
+        errno = 0;
         FILE* file = Buffered(std::fopen(path.c_str(), "ab"));
-        if (file == nullptr) return nullptr;
-        return std::make_unique<AppendFile>(file, path, kind == PathKind::kMissing, length);
+        if (file == nullptr) return Status::FromErrno(path, "cannot open for appending", errno);
+        *result = std::make_unique<AppendFile>(file, path, kind == PathKind::kMissing, length);
+        return Status::OK();
     }
 
-    FILE* OpenStream(const std::string& path, const char* mode) override {
-        if (path.empty() || mode == nullptr) return nullptr;
-        return std::fopen(path.c_str(), mode);
-    }
-
-    bool ReadFile(const std::string& path, std::unique_ptr<unsigned char[]>& data, uint64_t& size) override {
-        data.reset();
-        size = 0;
-        FILE* file = path.empty() ? nullptr : std::fopen(path.c_str(), "rb");
-        if (file == nullptr) return false;
-        const int64_t bytes = sys::RegularFileSize(file);
-        bool ok = bytes >= 0 && static_cast<uint64_t>(bytes) <= SIZE_MAX;
-        const size_t length = ok ? static_cast<size_t>(bytes) : 0;
-        std::unique_ptr<unsigned char[]> buffer;
-        if (ok && length > 0) {
-            buffer.reset(new (std::nothrow) unsigned char[length]);
-            ok = buffer != nullptr && std::fread(buffer.get(), 1, length, file) == length;
+    Status NewRandomAccessFile(const std::string& path, std::unique_ptr<RandomAccessFile>* result) override {
+        result->reset();
+        if (path.empty()) return Status::InvalidArgument(path, "no file name");
+        errno = 0;
+        FILE* file = std::fopen(path.c_str(), "rb");
+        if (file == nullptr && errno == ENOENT) return Status::NotFound(path, "no such file");
+        if (file == nullptr) return Status::FromErrno(path, "cannot open for reading", errno);
+        const int64_t size = sys::RegularFileSize(file);
+        if (size < 0) {
+            std::fclose(file);
+            return Status::IOError(path, "cannot read: not a regular file");
         }
-        std::fclose(file);
-        if (!ok) return false;
-        data = std::move(buffer);
-        size = length;
-        return true;
+        *result = std::make_unique<StreamReadFile>(file, path, static_cast<uint64_t>(size));
+        return Status::OK();
     }
 
     bool FileExists(const std::string& path) override {
@@ -200,31 +280,40 @@ public:
         return fs::is_directory(path, ec);
     }
 
-    bool CreateDirectories(const std::string& path) override {
-        if (path.empty()) return false;
-        std::error_code ec;
+    Status CreateDirectories(const std::string& path) override {
+        if (path.empty()) return Status::InvalidArgument(path, "no folder name");
+        std::error_code ec, kindError;
         fs::create_directories(path, ec);
-        return fs::is_directory(path, ec);
+        if (fs::is_directory(path, kindError)) return Status::OK();
+        return FromErrorCode(path, ec ? "cannot create the folder" : "cannot create the folder: a file is in the way", ec);
     }
 
-    bool ListFiles(const std::string& dir, std::vector<std::string>& names) override {
-        names.clear();
+    Status ListFiles(const std::string& dir, std::vector<std::string>* names) override {
+        names->clear();
         std::error_code ec;
         fs::directory_iterator it(dir, ec);
         for (; !ec && it != fs::directory_iterator(); it.increment(ec)) {
             std::error_code kindError;
-            if (it->is_regular_file(kindError)) names.push_back(it->path().filename().string());
+            if (it->is_regular_file(kindError)) names->push_back(it->path().filename().string());
         }
-        if (ec) names.clear();
-        return !ec;
+        if (!ec) return Status::OK();
+        names->clear();
+        return FromErrorCode(dir, "cannot list the folder", ec);
     }
 
-    bool RemoveFile(const std::string& path) override {
-        return !path.empty() && sys::KindOf(path) == PathKind::kRegular && sys::Unlink(path);
+    Status RemoveFile(const std::string& path) override {
+        if (path.empty() || sys::KindOf(path) != PathKind::kRegular)
+            return Status::IOError(path, "not removed: not a regular file");
+        errno = 0;
+        if (sys::Unlink(path)) return Status::OK();
+        return Status::FromErrno(path, "cannot remove the file", errno);
     }
 
-    bool RenameFile(const std::string& from, const std::string& to) override {
-        return !from.empty() && !to.empty() && sys::Replace(from, to);
+    Status RenameFile(const std::string& from, const std::string& to) override {
+        if (from.empty() || to.empty()) return Status::InvalidArgument(from, "no file name");
+        errno = 0;
+        if (sys::Replace(from, to)) return Status::OK();
+        return Status::FromErrno(from, "cannot rename to " + to, errno);
     }
 
     std::string NativePath(const std::string& path) override { return path; }

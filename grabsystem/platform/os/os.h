@@ -11,6 +11,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -67,6 +68,25 @@ private:
     FILE* m_stream = nullptr;
     char* m_buffer = nullptr;  // POSIX: open_memstream's
     size_t m_size = 0;
+};
+
+// A stream that reads bytes already in memory, for the steps that must hand
+// a FILE* to a reader (the raw image format's virtual _LoadRaw, a flat-field
+// stream's tables) while the bytes came through an Env: fmemopen on POSIX,
+// a temporary file that deletes itself on Windows. Keeps the bytes.
+class ReadStream {
+public:
+    ReadStream(std::unique_ptr<unsigned char[]> bytes, uint64_t size);
+    ~ReadStream();
+    ReadStream(const ReadStream&) = delete;
+    ReadStream& operator=(const ReadStream&) = delete;
+
+    // Null when no stream could be made.
+    FILE* Stream() const { return m_stream; }
+
+private:
+    std::unique_ptr<unsigned char[]> m_bytes;
+    FILE* m_stream = nullptr;
 };
 
 // ---------------------------------------------------------------- memory

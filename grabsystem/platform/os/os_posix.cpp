@@ -157,6 +157,16 @@ bool MemoryStream::Take(std::vector<unsigned char>& bytes) {
     return closed;
 }
 
+ReadStream::ReadStream(std::unique_ptr<unsigned char[]> bytes, uint64_t size) : m_bytes(std::move(bytes)) {
+    // fmemopen takes no null buffer, even for no bytes.
+    static unsigned char none;
+    if (size <= SIZE_MAX) m_stream = fmemopen(m_bytes ? m_bytes.get() : &none, static_cast<size_t>(size), "rb");
+}
+
+ReadStream::~ReadStream() {
+    if (m_stream != nullptr) std::fclose(m_stream);
+}
+
 bool IsTerminal(FILE* stream) { return stream != nullptr && isatty(fileno(stream)) != 0; }
 
 // ---------------------------------------------------------------- libraries

@@ -93,14 +93,23 @@ void FreePages(void* pages, uint64_t) {
 
 // A temporary file in the user's temporary folder that deletes itself when
 // closed ("T": kept in memory where it can be, "D": deleted on close).
-MemoryStream::MemoryStream() {
+namespace {
+
+// A temporary file that stays in the cache where it can and deletes itself
+// when closed.
+FILE* OpenTempStream() {
     char folder[MAX_PATH + 1];
     char name[MAX_PATH + 1];
     const DWORD length = GetTempPathA(sizeof folder, folder);
-    if (length == 0 || length > MAX_PATH || GetTempFileNameA(folder, "gsm", 0, name) == 0) return;
-    m_stream = std::fopen(name, "w+bTD");
-    if (m_stream == nullptr) DeleteFileA(name);
+    if (length == 0 || length > MAX_PATH || GetTempFileNameA(folder, "gsm", 0, name) == 0) return nullptr;
+    FILE* stream = std::fopen(name, "w+bTD");
+    if (stream == nullptr) DeleteFileA(name);
+    return stream;
 }
+
+}  // namespace
+
+MemoryStream::MemoryStream() : m_stream(OpenTempStream()) {}
 
 MemoryStream::~MemoryStream() {
     if (m_stream != nullptr) std::fclose(m_stream);
@@ -117,6 +126,21 @@ bool MemoryStream::Take(std::vector<unsigned char>& bytes) {
     std::fclose(m_stream);
     m_stream = nullptr;
     return ok;
+}
+
+ReadStream::ReadStream(std::unique_ptr<unsigned char[]> bytes, uint64_t size) {
+    FILE* stream = OpenTempStream();
+    if (stream == nullptr) return;
+    if ((size != 0 && std::fwrite(bytes.get(), 1, static_cast<size_t>(size), stream) != size) ||
+        std::fflush(stream) != 0 || !FileSeek(stream, 0, SEEK_SET)) {
+        std::fclose(stream);
+        return;
+    }
+    m_stream = stream;
+}
+
+ReadStream::~ReadStream() {
+    if (m_stream != nullptr) std::fclose(m_stream);
 }
 
 bool IsTerminal(FILE* stream) { return stream != nullptr && _isatty(_fileno(stream)) != 0; }

@@ -1,6 +1,6 @@
 // File and directory helpers of the toolkit library. Paths are the system's
-// own texts and go through the platform's path translation. Static and
-// thread-safe; none throws.
+// own texts; they go through `env` (the default Env when it is null), which
+// also translates them. Static and thread-safe; none throws.
 #pragma once
 
 #include <cstddef>
@@ -9,25 +9,33 @@
 
 #include "grabsystem/grabsystem_export.h"
 
+namespace GrabSystem {
+namespace platform {
+class Env;
+}
+}  // namespace GrabSystem
+
 namespace DrasselSpace {
 
 class GRABSYSTEM_EXPORT FileToolP {
 public:
     // Writes `size` bytes as the whole file. False when the file cannot be
     // created or the write is short.
-    static bool SaveDataToFile(const std::string& path, unsigned char* data, unsigned long long size);
+    static bool SaveDataToFile(const std::string& path, unsigned char* data, unsigned long long size,
+                               GrabSystem::platform::Env* env = nullptr);
 
     // Reads the whole file into a buffer allocated with new[]; the caller
     // owns it and frees it with delete[]. An empty file gives a null buffer
     // and size 0 with a true result. False, with `data` null and `size` 0,
     // when the file cannot be opened or read.
-    static bool LoadDataFromFile(const std::string& path, unsigned char*& data, unsigned long long& size);
+    static bool LoadDataFromFile(const std::string& path, unsigned char*& data, unsigned long long& size,
+                                 GrabSystem::platform::Env* env = nullptr);
 
-    static bool FileExists(const std::string& path);
-    static bool IsDirectoryExists(const std::string& path);
+    static bool FileExists(const std::string& path, GrabSystem::platform::Env* env = nullptr);
+    static bool IsDirectoryExists(const std::string& path, GrabSystem::platform::Env* env = nullptr);
     // Creates the directory and its missing parents; true when it exists
     // afterwards.
-    static bool CreateDirectoryRecursively(const std::string& path);
+    static bool CreateDirectoryRecursively(const std::string& path, GrabSystem::platform::Env* env = nullptr);
 
     // The key length EncryptData takes: 16 bytes (AES-128).
     static constexpr size_t kKeyLength = 16;

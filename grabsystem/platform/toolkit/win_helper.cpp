@@ -7,16 +7,18 @@
 
 namespace DrasselSpace {
 
-bool CWinHelper::IsDirectoryExists(const std::string& path) { return FileToolP::IsDirectoryExists(path); }
+using GrabSystem::platform::Env;
 
-bool CWinHelper::CreateDirectoryRecursively(const std::string& path) {
-    return FileToolP::CreateDirectoryRecursively(path);
+bool CWinHelper::IsDirectoryExists(const std::string& path, Env* env) { return FileToolP::IsDirectoryExists(path, env); }
+
+bool CWinHelper::CreateDirectoryRecursively(const std::string& path, Env* env) {
+    return FileToolP::CreateDirectoryRecursively(path, env);
 }
 
-bool CWinHelper::GetDirectoryAllFilePath(const std::string& dir, std::vector<std::string>& paths) {
+bool CWinHelper::GetDirectoryAllFilePath(const std::string& dir, std::vector<std::string>& paths, Env* env) {
     paths.clear();
     std::vector<std::string> names;
-    if (!GrabSystem::platform::Env::Default()->ListFiles(dir, names)) return false;
+    if (!Env::Or(env)->ListFiles(dir, &names).ok()) return false;
     const bool separated = !dir.empty() && (dir.back() == '\\' || dir.back() == '/');
     for (const std::string& name : names) paths.push_back(dir + (separated ? "" : "\\") + name);
     return true;

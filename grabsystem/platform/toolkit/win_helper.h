@@ -7,17 +7,25 @@
 
 #include "grabsystem/grabsystem_export.h"
 
+namespace GrabSystem {
+namespace platform {
+class Env;
+}
+}  // namespace GrabSystem
+
 namespace DrasselSpace {
 
 class GRABSYSTEM_EXPORT CWinHelper {
 public:
-    static bool IsDirectoryExists(const std::string& path);
-    static bool CreateDirectoryRecursively(const std::string& path);
+    // Through `env`, the default Env when it is null.
+    static bool IsDirectoryExists(const std::string& path, GrabSystem::platform::Env* env = nullptr);
+    static bool CreateDirectoryRecursively(const std::string& path, GrabSystem::platform::Env* env = nullptr);
 
     // The plain files of one directory (not its subdirectories), as
     // `dir` + separator + name, in the order the file system lists them.
     // False when the directory cannot be listed.
-    static bool GetDirectoryAllFilePath(const std::string& dir, std::vector<std::string>& paths);
+    static bool GetDirectoryAllFilePath(const std::string& dir, std::vector<std::string>& paths,
+                                        GrabSystem::platform::Env* env = nullptr);
 
     // The extension of the file-name part, from its last dot, dot included;
     // "" when the name has no dot. Both "\" and "/" separate directories.
