@@ -56,11 +56,6 @@ private:
 constexpr uint32_t kHeaderBytes = COneViewArmImageData::kHeaderBytes;
 constexpr uint32_t kRecordBytes = COneViewArmImageData::kRecordHeaderBytes;
 
-std::string WithTrailingBackslash(std::string dir) {
-    if (dir.empty() || dir.back() != '\\') dir += '\\';
-    return dir;
-}
-
 }  // namespace
 
 ArmImageExtractor::ArmImageExtractor() = default;
@@ -92,9 +87,11 @@ bool ArmImageExtractor::OutputOneViewArmImages(OutputOneViewArmImageParm parm, s
     for (unsigned i = 0; i < sourceCount; ++i) {
         failedViews[i].clear();
         if (i >= 3 || parm.views[i].empty()) continue;
-        const std::string input = WithTrailingBackslash(parm.inputDirs[i]);
+        // The system's rule for both folders: unless a folder's last "\\" is
+        // its last character, "\\" is appended ("/" does not count).
+        const std::string input = CWinHelper::WithTrailingSeparator(parm.inputDirs[i], '\\', "\\");
         if (!FileToolP::IsDirectoryExists(input, m_env)) continue;
-        const std::string output = WithTrailingBackslash(parm.outputDir);
+        const std::string output = CWinHelper::WithTrailingSeparator(parm.outputDir, '\\', "\\");
         if (!FileToolP::IsDirectoryExists(output, m_env) && !FileToolP::CreateDirectoryRecursively(output, m_env))
             continue;
         const std::vector<int>& views = parm.views[i];
