@@ -1,5 +1,4 @@
-// The sheet of any file of the system, chosen by what the file is
-// (capture/file_kind.h).
+// The sheet of a file, chosen by what the file is (capture/file_kind.h).
 #include <memory>
 
 #include "grabsystem/capture/capture_reader.h"
@@ -12,7 +11,11 @@
 namespace GrabSystem {
 namespace preview {
 
-Status RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, platform::Env* env) {
+namespace {
+
+// The sheet of the file at `path`; with `imagesOnly`, of an image file only.
+Status FileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, platform::Env* env,
+                 bool imagesOnly) {
     env = platform::Env::Or(env);
     std::string error;
     if (!CheckOptions(options, error)) return Status::InvalidArgument(path, error);
@@ -22,29 +25,38 @@ Status RenderFileSheet(const std::string& path, const SheetOptions& options, She
     if (!read.ok()) return read;
     const format::Bytes file(data.get(), static_cast<size_t>(size));
     const capture::FileKind kind = capture::IdentifyFile(path, file);
-    switch (kind) {
-        case capture::FileKind::kArmView: {
-            capture::ArmViewContent view;
-            const Status decoded = capture::DecodeArmView(file, view);
-            if (!decoded.ok()) return Status::Corruption(path, decoded.cause());
-            data.reset();
-            const Status shown = RenderArmViewSheet(view, ViewOfPath(path), options, sheet);
-            return shown.ok() ? shown : Status::Corruption(path, shown.cause());
-        }
-        case capture::FileKind::kImagePackage:
-        case capture::FileKind::kGeneralPackage: {
-            data.reset();
-            capture::PackageContent package;
-            const Status loaded = capture::ReadPackage(path, package, env);
-            if (!loaded.ok()) return loaded;
-            return PackageSheet(package, options, sheet, error) ? Status::OK() : Status::Corruption(path, error);
-        }
-        case capture::FileKind::kUnknown:
-            return Status::Corruption(
-                path, "not a file of this system (arm view, debug package, raw, BMP, float or double raw image)");
-        default:
-            return ImageSheet(path, file, kind, options, sheet, env);
+    const bool image = kind == capture::FileKind::kBmpImage || kind == capture::FileKind::kRawImage ||
+                       kind == capture::FileKind::kInfoImage || kind == capture::FileKind::kFloatRaw ||
+                       kind == capture::FileKind::kDoubleRaw;
+    if (image) return ImageSheet(path, file, kind, options, sheet, env);
+    if (imagesOnly) return Status::Corruption(path, "not a raw, BMP, float raw or double raw image");
+    if (kind == capture::FileKind::kArmView) {
+        capture::ArmViewContent view;
+        const Status decoded = capture::DecodeArmView(file, view);
+        if (!decoded.ok()) return Status::Corruption(path, decoded.cause());
+        data.reset();
+        const Status shown = RenderArmViewSheet(view, ViewOfPath(path), options, sheet);
+        return shown.ok() ? shown : Status::Corruption(path, shown.cause());
     }
+    if (kind == capture::FileKind::kImagePackage || kind == capture::FileKind::kGeneralPackage) {
+        data.reset();
+        capture::PackageContent package;
+        const Status loaded = capture::ReadPackage(path, package, env);
+        if (!loaded.ok()) return loaded;
+        return PackageSheet(package, options, sheet, error) ? Status::OK() : Status::Corruption(path, error);
+    }
+    return Status::Corruption(path,
+                              "not a file of this system (arm view, debug package, raw, BMP, float or double raw image)");
+}
+
+}  // namespace
+
+Status RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, platform::Env* env) {
+    return FileSheet(path, options, sheet, env, false);
+}
+
+Status RenderImageSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, platform::Env* env) {
+    return FileSheet(path, options, sheet, env, true);
 }
 
 }  // namespace preview

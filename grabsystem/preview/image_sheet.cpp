@@ -114,22 +114,5 @@ Status ImageSheet(const std::string& path, format::Bytes file, capture::FileKind
     return Status::OK();
 }
 
-Status RenderImageSheet(const std::string& path, const SheetOptions& options, Sheet& sheet, platform::Env* env) {
-    env = platform::Env::Or(env);
-    std::string error;
-    if (!CheckOptions(options, error)) return Status::InvalidArgument(path, error);
-    std::unique_ptr<uint8_t[]> data;
-    uint64_t size = 0;
-    const Status read = env->ReadFile(path, data, size);
-    if (!read.ok()) return read;
-    const format::Bytes file(data.get(), static_cast<size_t>(size));
-    const capture::FileKind kind = capture::IdentifyFile(path, file);
-    if (kind != capture::FileKind::kBmpImage && kind != capture::FileKind::kRawImage &&
-        kind != capture::FileKind::kInfoImage && kind != capture::FileKind::kFloatRaw &&
-        kind != capture::FileKind::kDoubleRaw)
-        return Status::Corruption(path, "not a raw, BMP, float raw or double raw image");
-    return ImageSheet(path, file, kind, options, sheet, env);
-}
-
 }  // namespace preview
 }  // namespace GrabSystem

@@ -17,14 +17,22 @@ namespace {
 
 using GrabSystem::platform::Env;
 
-py::dict ReadArmHeader(const std::string& path) {
-    GrabSystem::capture::ArmHead head;
+// What `read` gives of the file at `path`, read without the GIL; FileError
+// naming `path` and the cause when it fails.
+template <typename Head>
+Head ReadHead(const std::string& path, GrabSystem::Status (*read)(const std::string&, Head&, Env*)) {
+    Head head;
     GrabSystem::Status status;
     {
         py::gil_scoped_release release;
-        status = GrabSystem::capture::ReadArmHead(path, head);
+        status = read(path, head, nullptr);
     }
     if (!status.ok()) Fail(path, status.cause());
+    return head;
+}
+
+py::dict ReadArmHeader(const std::string& path) {
+    const auto head = ReadHead(path, GrabSystem::capture::ReadArmHead);
     const GrabSystem::OneViewArmImageDataHeader& h = head.header;
     py::dict d;
     d["version"] = h.version;
@@ -40,13 +48,7 @@ py::dict ReadArmHeader(const std::string& path) {
 }
 
 py::dict ReadPackageHead(const std::string& path) {
-    GrabSystem::capture::PackageHead head;
-    GrabSystem::Status status;
-    {
-        py::gil_scoped_release release;
-        status = GrabSystem::capture::ReadPackageHead(path, head);
-    }
-    if (!status.ok()) Fail(path, status.cause());
+    const auto head = ReadHead(path, GrabSystem::capture::ReadPackageHead);
     py::dict d;
     d["version"] = head.version;
     d["jump_idx"] = head.jumpIdx;

@@ -110,34 +110,18 @@ TEST(ArmTree, ViewsWithoutATreeSayWhy) {
 TEST(ArmTree, TheExtractorWritesExactlyTheLaidOutTree) {
     grabsys_test::TempDir dir;
     DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\in");
-    struct Case {
-        std::string root;
-        int cams, a, b, c, whites;
-        std::vector<eCamIdx> table;
-        bool extracted;
-    };
-    const Case cases[] = {
-        {"D:\\nine\\", 9, 1, 1, 1, 9, {}, false},                     // more cameras than the tree takes
-        {"D:\\named\\", 3, 1, 2, 2, 3, {eCamIdx(12), eCam3, eCamIdx(200)}, true},  // indices not 0..n-1
-        {"D:\\Cam0Pscan\\", 2, 1, 2, 3, 2, {eCam0, eCam1}, true},    // a root that names a P folder
-        {"D:\\short\\", 1, 1, 1, 2, 2, {eCam5}, false},              // a white frame past the folders
-    };
     int view = 0;
-    for (const Case& c : cases) {
+    for (const grabsys_test::OddTree& c : grabsys_test::OddTrees()) {
         SCOPED_TRACE(c.root);
-        std::vector<eCamIdx> table = c.table;
-        for (int i = static_cast<int>(table.size()); i < c.cams; ++i) table.push_back(static_cast<eCamIdx>(i));
         View v(12, 6, c.cams, c.a, c.b, c.c, c.whites);
-        CArmImageOutputMemory block;
-        const std::string file = "D:\\in\\" + std::to_string(view) + ".armraw";
-        ASSERT_TRUE(grabsys_test::WriteViewFile(v, view, table, c.a, c.b, c.c, file, block));
+        ASSERT_TRUE(grabsys_test::WriteOddView(c, v, view, "D:\\in\\" + std::to_string(view) + ".armraw"));
         const std::vector<unsigned char> bytes = grabsys_test::ReadAll(dir.File("D/in/" + std::to_string(view) + ".armraw"));
         const OneViewArmImageDataHeader header = format::DecodeArmHeader(format::Bytes(bytes.data(), bytes.size()));
 
         ArmImageExtractor extractor;
-        EXPECT_EQ(extractor.ExtractView({view, "D:\\in\\", c.root, 1}), c.extracted);
+        EXPECT_EQ(extractor.ExtractView({view, "D:\\in\\", c.root, 1}), c.whole);
         const ArmTree tree = LayOutArmTree(header, view, c.root);
-        EXPECT_EQ(tree.complete, c.extracted);
+        EXPECT_EQ(tree.complete, c.whole);
         const std::string rootDir = dir.File("D/" + c.root.substr(3, c.root.size() - 4));
         const std::map<std::string, uint32_t> files = Files(tree, c.root);
         const std::set<std::string> written = Tree(rootDir);

@@ -167,29 +167,14 @@ TEST(PreviewSheet, FloatImagesLookAsTheirBmp) {
 TEST(PreviewSheet, ArmRowsShowExactlyWhatTheExtractorWrites) {
     grabsys_test::TempDir dir;
     DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\in");
-    struct Case {
-        std::string root;
-        int cams, a, b, c, whites;
-        std::vector<eCamIdx> table;
-        bool whole;
-    };
-    const Case cases[] = {
-        {"D:\\named\\", 3, 2, 1, 2, 3, {eCamIdx(12), eCam3, eCamIdx(200)}, true},  // indices not 0..n-1
-        {"D:\\Cam0Pscan\\", 2, 1, 2, 3, 2, {eCam0, eCam1}, true},                // a root that names a P folder
-        {"D:\\nine\\", 9, 1, 1, 1, 9, {}, false},                                 // more cameras than the tree takes
-        {"D:\\short\\", 1, 1, 1, 2, 2, {eCam5}, false},                           // a white frame past the folders
-    };
     int viewIdx = 0;
-    for (const Case& c : cases) {
+    for (const grabsys_test::OddTree& c : grabsys_test::OddTrees()) {
         SCOPED_TRACE(c.root);
-        std::vector<eCamIdx> table = c.table;
-        for (int i = static_cast<int>(table.size()); i < c.cams; ++i) table.push_back(static_cast<eCamIdx>(i));
         grabsys_test::View v(12, 6, c.cams, c.a, c.b, c.c, c.whites);
         for (size_t i = 0; i < v.frames.size(); ++i)
             grabsys_test::FillFringe(v.frames[i]->GetImg(), 12, 6, 5, 0.3 * static_cast<double>(i), static_cast<uint32_t>(i));
-        CArmImageOutputMemory block;
         const std::string file = "D:\\in\\" + std::to_string(viewIdx) + ".armraw";
-        ASSERT_TRUE(grabsys_test::WriteViewFile(v, viewIdx, table, c.a, c.b, c.c, file, block));
+        ASSERT_TRUE(grabsys_test::WriteOddView(c, v, viewIdx, file));
         ArmImageExtractor extractor;
         EXPECT_EQ(extractor.ExtractView({viewIdx, "D:\\in\\", c.root, 1}), c.whole);
 
