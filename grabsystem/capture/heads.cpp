@@ -63,6 +63,15 @@ Status ReadArmHead(const std::string& path, ArmHead& result, platform::Env* env)
     return Status::OK();
 }
 
+Status CheckPackageHead(const std::string& path, platform::Env* env) {
+    Head head(env);
+    const Status opened = head.Open(path);
+    if (!opened.ok()) return opened;
+    const bool holds = format::HoldsPackageHead(head.More(format::kPackageHeadBytes));
+    if (!head.status().ok()) return head.status();
+    return holds ? Status::OK() : Status::Corruption(path, "too short to be a debug package");
+}
+
 Status ReadPackageHead(const std::string& path, PackageHead& result, platform::Env* env) {
     Head head(env);
     const Status opened = head.Open(path);

@@ -161,11 +161,8 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
     {
         CommandFiles heads(output);
         for (const std::string& file : o.files) {
-            BinaryReader reader(&heads);
-            unsigned char head[format::kPackageHeadBytes];
-            const size_t got = reader.Open(file.c_str()) == 0 ? 0 : reader.ReadByteArray(head, sizeof head);
-            if (!reader.status().ok()) return Fail(reader.status().ToString());
-            if (!format::HoldsPackageHead(format::Bytes(head, got))) return Fail(file + ": too short to be a debug package");
+            const Status head = capture::CheckPackageHead(file, &heads);
+            if (!head.ok()) return Fail(head.ToString());
         }
     }
     const Status root = ToolEnv()->CreateDirectories(o.root);
@@ -180,9 +177,9 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
     const bool ok = exporter.ExprotPackage(o.files);
     const fs::path tree = NativePath(format::kExportTreeRoot);
     std::map<std::string, size_t> folders;
-    if (fs::is_directory(tree, ec))
-        for (const auto& entry : fs::recursive_directory_iterator(tree, ec))
-            if (entry.is_regular_file()) ++folders[fs::relative(entry.path().parent_path(), tree).generic_string()];
+    // A tree that is not there lists nothing.
+    for (const auto& entry : fs::recursive_directory_iterator(tree, ec))
+        if (entry.is_regular_file()) ++folders[fs::relative(entry.path().parent_path(), tree).generic_string()];
     if (!output.quiet) {
         std::cout << "tree under " << tree.string() << ":\n";
         for (const auto& [folder, count] : folders) std::cout << "  " << folder << ": " << count << " BMP files\n";

@@ -48,5 +48,11 @@ struct PackageHead {
 // records (or an image package has none).
 GRABSYSTEM_EXPORT Status ReadPackageHead(const std::string& path, PackageHead& head, platform::Env* env = nullptr);
 
+// Whether the file holds at least the head of the form its first word
+// picks, as the exporter needs before it loads anything: corruption naming
+// the file when it is too short to be a package. The records and the data
+// are not looked at.
+GRABSYSTEM_EXPORT Status CheckPackageHead(const std::string& path, platform::Env* env = nullptr);
+
 }  // namespace capture
 }  // namespace GrabSystem
