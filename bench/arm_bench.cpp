@@ -17,7 +17,6 @@
 #include <lz4.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +26,7 @@
 #include <thread>
 #include <vector>
 
+#include "fringe.h"
 #include "grabsystem/grabsystem.h"
 
 namespace {
@@ -53,18 +53,10 @@ std::string Scratch() {
 // M_PI is not standard C++ and mingw hides it.
 constexpr double kPi = 3.14159265358979323846;
 
-// A sinusoid over an elliptic object, dark around it, two bits of noise.
 std::unique_ptr<CImg8P> Fringe(double period, double phase, uint32_t seed) {
     auto img = std::make_unique<CImg8P>();
     img->SetSize(kW, kH, 1, false);
-    uint32_t noise = seed * 2654435761u + 1;
-    for (uint32_t y = 0; y < kH; ++y)
-        for (uint32_t x = 0; x < kW; ++x) {
-            const double dx = (x - kW / 2.0) / (kW * 0.35), dy = (y - kH / 2.0) / (kH * 0.4);
-            noise = noise * 1664525u + 1013904223u;
-            const double v = dx * dx + dy * dy < 1.0 ? 120 + 90 * std::cos(2 * kPi * x / period + phase) : 8;
-            img->GetImg()[size_t{y} * kW + x] = static_cast<unsigned char>(v + (noise >> 30));
-        }
+    grabsys_test::FillFringe(img->GetImg(), kW, kH, period, phase, seed);
     return img;
 }
 
@@ -74,7 +66,8 @@ struct ViewFrames {
     ViewFrames() {
         for (int i = 0; i < kSin + kWhite; ++i) {
             const int group = (i % (kDimB * kDimC)) / kDimC, step = i % kDimC;
-            owned.push_back(i < kSin ? Fringe(16.0 * (1 + group), 2 * kPi * step / kDimC, i) : Fringe(1e9, 0, i));
+            owned.push_back(i < kSin ? Fringe(16.0 * (1 + group), 2 * kPi * step / kDimC, i)
+                                     : Fringe(grabsys_test::kWhitePeriod, 0, i));
             (i < kSin ? sin : white).push_back(owned.back().get());
         }
     }

@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
 #include <vector>
 
+#include "grabsystem/arm/arm_tree.h"
 #include "grabsystem/format/arm_view.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/env.h"
@@ -55,27 +55,12 @@ private:
 
 constexpr uint32_t kHeaderBytes = COneViewArmImageData::kHeaderBytes;
 constexpr uint32_t kRecordBytes = COneViewArmImageData::kRecordHeaderBytes;
-constexpr int kMaxCameras = format::kArmIdentityCameras;
-
-std::string WithTrailingBackslash(std::string dir) {
-    if (dir.empty() || dir.back() != '\\') dir += '\\';
-    return dir;
-}
 
 }  // namespace
 
-ArmImageExtractor::ArmImageExtractor() {
-    for (int k = 0; k < 12; ++k) m_frameNumbers[k] = (k + 4) % 12;
-}
+ArmImageExtractor::ArmImageExtractor() = default;
 
 ArmImageExtractor::~ArmImageExtractor() = default;
-
-int ArmImageExtractor::_FrameNumber(int k) const {
-    // A key outside 0..11 maps to 0, as a map subscript would, but without
-    // inserting: the table stays read-only for threads that share it.
-    const auto it = m_frameNumbers.find(k);
-    return it == m_frameNumbers.end() ? 0 : it->second;
-}
 
 bool ArmImageExtractor::ParseArmRawFile(std::string directory, std::vector<int>& views) {
     views.clear();
@@ -102,9 +87,11 @@ bool ArmImageExtractor::OutputOneViewArmImages(OutputOneViewArmImageParm parm, s
     for (unsigned i = 0; i < sourceCount; ++i) {
         failedViews[i].clear();
         if (i >= 3 || parm.views[i].empty()) continue;
-        const std::string input = WithTrailingBackslash(parm.inputDirs[i]);
+        // The system's rule for both folders: unless a folder's last "\\" is
+        // its last character, "\\" is appended ("/" does not count).
+        const std::string input = CWinHelper::WithTrailingSeparator(parm.inputDirs[i], '\\', "\\");
         if (!FileToolP::IsDirectoryExists(input, m_env)) continue;
-        const std::string output = WithTrailingBackslash(parm.outputDir);
+        const std::string output = CWinHelper::WithTrailingSeparator(parm.outputDir, '\\', "\\");
         if (!FileToolP::IsDirectoryExists(output, m_env) && !FileToolP::CreateDirectoryRecursively(output, m_env))
             continue;
         const std::vector<int>& views = parm.views[i];
@@ -163,12 +150,22 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param, platform::Env* outp
     std::vector<std::unique_ptr<IImgP>> owned;
     std::vector<IImgP*> frames;
     uint64_t at = kHeaderBytes;
+    // The decoder is handed the frame's memory size as an int: a frame of
+    // 2^31 bytes or more gets a capacity it refuses.
+    const uint32_t frameBytes = header.width * header.height;  // an 8-bit grey frame's size, 32-bit, wraps
+    const bool decodable = DrasselSpace::CLZ4DecompressorP::CapacityOf(frameBytes) > 0;
     for (uint32_t f = 0; f < frameCount; ++f) {
         auto* img = new CImg8P;
         owned.emplace_back(img);
         img->GetInfo().size.SetBitPerChannel(8);
         img->SetEnv(output);
         frames.push_back(img);
+        // Such a frame fails before it is sized, unless it is the last,
+        // which is written whatever it holds.
+        if (!decodable && f + 1 != frameCount) {
+            frames.pop_back();
+            break;
+        }
         img->SetSize(header.width, header.height, 1, false);
         // A record or data missing from the file, or a length beyond what
         // the decoder takes, decodes to nothing, as a damaged block does.
@@ -181,7 +178,7 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param, platform::Env* outp
         if (format::DecodeArmRecord(window, 0, record)) {
             if (!file.Read(at, kRecordBytes + uint64_t{record.length}, window)) return false;
             format::DecodeArmRecord(window, 0, record);
-            const int capacity = static_cast<int>(std::min<uint64_t>(img->GetMemSize(), INT32_MAX));
+            const int capacity = DrasselSpace::CLZ4DecompressorP::CapacityOf(img->GetMemSize());
             // Only the bytes that are in the file go to the decoder.
             if (record.length <= INT32_MAX && capacity > 0)
                 decoded = DrasselSpace::CLZ4DecompressorP::DecompressRaw(
@@ -197,81 +194,18 @@ bool ArmImageExtractor::_Extract(ExtractArmImageParam param, platform::Env* outp
     return _Save(frames, param, header, output);
 }
 
-bool ArmImageExtractor::_IsPDir(std::string dirPath) const {
-    for (int n = 0; n < kMaxCameras; ++n)
-        if (dirPath.find("Cam" + std::to_string(n) + "P") != std::string::npos) return true;
-    return false;
-}
-
-namespace {
-
-// a x b, saturating: the directory list is never longer than this, and no
-// view has that many frames.
-int64_t ListProduct(int64_t a, int64_t b) {
-    constexpr int64_t kCap = int64_t{1} << 62;
-    return b != 0 && a > kCap / b ? kCap : a * b;
-}
-
-}  // namespace
-
 bool ArmImageExtractor::_Save(std::vector<IImgP*>& frames, ExtractArmImageParam param,
                               OneViewArmImageDataHeader header, platform::Env* output) {
-    const uint32_t sinCount = header.sinFrameCount;
-    if (static_cast<uint32_t>(sinCount + header.whiteFrameCount) != frames.size()) return false;
-    const int64_t cams = header.camCount, dimA = header.sinDimA, dimB = header.sinDimB, dimC = header.sinDimC;
-    // The list names a camera by the table's byte: more than 8 cameras
-    // would read past the table while the list is built.
-    if (cams > kMaxCameras) return false;
-    if (sinCount != 0 && dimC == 0) return false;
-
-    uint8_t camTable[kMaxCameras] = {0, 1, 2, 3, 4, 5, 6, 7};
-    if (header.version >= format::kArmVersion) std::memcpy(camTable, header.camTable, kMaxCameras);
-
-    // Directory d of the list: for each camera, sinDimA passes of sinDimB
-    // groups (P for the first group of a pass, Q for the others), then one
-    // P per camera for the white frames. Loops over counts below 1 run zero
-    // times. Computed rather than built, as the counts come from the file.
-    const int64_t groups = ListProduct(std::max<int64_t>(dimA, 0), std::max<int64_t>(dimB, 0));
-    const int64_t sinDirs = ListProduct(std::max<int64_t>(cams, 0), groups);
-    auto directory = [&](int64_t d, std::string& out) {
-        int64_t camera = d - sinDirs;
-        bool p = true;
-        if (d < sinDirs) {
-            camera = d / groups;
-            p = d % dimB == 0;
-        }
-        // A frame past the end of the list has no directory.
-        if (camera >= cams) return false;
-        out = param.outputDir + "Cam" + std::to_string(camTable[camera]) + (p ? "P" : "Q") + "\\" +
-              std::to_string(param.viewIdx) + "\\";
-        return true;
-    };
-    auto write = [output](IImgP* img, const std::string& dir, const std::string& file) {
-        if (!FileToolP::IsDirectoryExists(dir, output) && !FileToolP::CreateDirectoryRecursively(dir, output))
+    if (static_cast<uint32_t>(header.sinFrameCount + header.whiteFrameCount) != frames.size()) return false;
+    const ArmTree tree = LayOutArmTree(header, param.viewIdx, param.outputDir);
+    const bool sin = param.mode == 1 || param.mode == 3, white = param.mode == 1 || param.mode == 2;
+    for (const ArmTreeFrame& f : tree.frames) {
+        if (!(f.white ? white : sin)) continue;
+        if (!FileToolP::IsDirectoryExists(f.folder, output) && !FileToolP::CreateDirectoryRecursively(f.folder, output))
             return false;
-        img->SaveBmp(file.c_str());  // format 3, pixels, then the information block
-        return true;
-    };
-
-    int64_t d = 0;
-    int64_t k = 0;
-    std::string dir;
-    const size_t sinFrames = std::min<size_t>(sinCount, frames.size());
-    for (size_t i = 0; i < sinFrames; ++i) {
-        if (!directory(d, dir)) return false;
-        const int64_t number = _IsPDir(dir) ? _FrameNumber(static_cast<int>(k)) : k;
-        if ((param.mode == 1 || param.mode == 3) &&
-            !write(frames[i], dir, dir + "img" + std::to_string(number) + ".bmp"))
-            return false;
-        k = (k + 1) % dimC;  // a negative sinDimC counts as its magnitude, as % does
-        if (k == 0) ++d;
+        frames[f.frame]->SaveBmp(f.file.c_str());  // format 3, pixels, then the information block
     }
-    for (size_t i = sinFrames; i < frames.size(); ++i) {
-        if (!directory(d, dir)) return false;
-        if ((param.mode == 1 || param.mode == 2) && !write(frames[i], dir, dir + "imgW.bmp")) return false;
-        ++d;
-    }
-    return true;
+    return tree.complete;
 }
 
 unsigned long ArmImageExtractor::_ThreadFunc(void* threadParam) {

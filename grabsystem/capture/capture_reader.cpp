@@ -3,6 +3,7 @@
 #include <climits>
 #include <new>
 
+#include "grabsystem/capture/heads.h"
 #include "grabsystem/debug_package/debug_img_package.h"
 #include "grabsystem/platform/env.h"
 #include "grabsystem/platform/toolkit/file_tool.h"
@@ -78,11 +79,8 @@ bool DecodeArmViewBytes(Bytes file, ArmViewContent& view, std::string& error) {
             return false;
         }
     }
-    const int tableSize = h.version < 2 ? format::kArmIdentityCameras : static_cast<int>(format::kArmCameraTableBytes);
-    if (h.camCount < 0 || h.camCount > tableSize) {
-        error = "arm view: camera count " + std::to_string(h.camCount) + " outside 0.." + std::to_string(tableSize);
-        return false;
-    }
+    std::vector<int> cameras;
+    if (!CamerasOf(h, cameras, error)) return false;
 
     std::unique_ptr<uint8_t[]> storage = Allocate(frames * frameBytes, error);
     if (storage == nullptr) return false;
@@ -93,8 +91,7 @@ bool DecodeArmViewBytes(Bytes file, ArmViewContent& view, std::string& error) {
     }
 
     view.header = h;
-    view.cameras.clear();
-    for (int c = 0; c < h.camCount; ++c) view.cameras.push_back(h.version < 2 ? c : h.camTable[c]);
+    view.cameras = std::move(cameras);
     view.recordLengths.clear();
     for (const format::ArmRecordView& record : summary.records) view.recordLengths.push_back(record.length);
     view.sin = FrameStack{h.width, h.height, h.sinFrameCount, storage.get()};

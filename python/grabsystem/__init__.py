@@ -15,7 +15,8 @@ folder_sheet give the pictures of grabsys preview as arrays. Camera streams
 a GenICam camera (through Aravis) into an ImagePool, counting every frame.
 grabsystem.dask (with Dask installed) reads whole archives as Dask arrays and
 runs extraction, export and previews as one task per file (read_arm_header,
-read_package_head, extract_view, export_package, import_project_file).
+read_package_head, extract_view, export_package, import_project_file; and
+temporary_file_name, is_temporary_file_name for the library's temporary files).
 
 A file that cannot be read or written raises FileError (an OSError) naming the
 file and the cause; a camera that cannot be opened, set or streamed raises
@@ -41,9 +42,11 @@ from ._core import (
     export_package,
     export_packages,
     contact_sheet,
+    counter_fields,
     extract_view,
     folder_sheet,
     import_project_file,
+    is_temporary_file_name,
     list_cameras,
     read_arm_header,
     read_arm_view,
@@ -53,6 +56,7 @@ from ._core import (
     read_package,
     read_package_head,
     set_drive_root,
+    temporary_file_name,
     write_arm_view,
     write_ffc_tables,
     write_float_raw,
@@ -79,9 +83,11 @@ __all__ = [
     "export_package",
     "export_packages",
     "contact_sheet",
+    "counter_fields",
     "extract_view",
     "folder_sheet",
     "import_project_file",
+    "is_temporary_file_name",
     "list_cameras",
     "read_arm_header",
     "read_arm_view",
@@ -91,6 +97,7 @@ __all__ = [
     "read_package",
     "read_package_head",
     "set_drive_root",
+    "temporary_file_name",
     "write_arm_view",
     "write_ffc_tables",
     "write_float_raw",

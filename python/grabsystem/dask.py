@@ -27,7 +27,6 @@ from __future__ import annotations
 import glob
 import itertools
 import os
-import re
 import threading
 import uuid
 import warnings
@@ -273,16 +272,13 @@ def _export_one(path: str, root: str, position: Optional[int], first: str, check
         return _failed(path, error)
 
 
-_temporary_counter = itertools.count()
-
-
 def _preview_one(path: str, target: str, options: dict) -> Outcome:
     try:
         sheet = grabsystem.contact_sheet(path, **options)
         from PIL import Image  # python3-pil: only sheets need it
         os.makedirs(os.path.dirname(target), exist_ok=True)
-        # Written whole or not at all, as the library writes its files.
-        temp = f"{target}.tmp-{os.getpid()}-{next(_temporary_counter)}"
+        # Written whole or not at all, under a temporary name of the library's.
+        temp = grabsystem.temporary_file_name(target)
         try:
             Image.fromarray(sheet).save(temp, format="PNG")
             os.replace(temp, target)
@@ -296,14 +292,11 @@ def _preview_one(path: str, target: str, options: dict) -> Outcome:
 
 
 # What a writer killed between creating and renaming a file leaves behind:
-# "<name>.tmp-<process id>-<counter>", as the library's Env names them.
-_TEMPORARY = re.compile(r".+\.tmp-\d+-\d+")
-
-
+# the library's own temporary files.
 def _sweep(folder: str) -> None:
     for root, _, names in os.walk(folder):
         for name in names:
-            if _TEMPORARY.fullmatch(name):
+            if grabsystem.is_temporary_file_name(name):
                 try:
                     os.remove(os.path.join(root, name))
                 except FileNotFoundError:

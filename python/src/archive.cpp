@@ -5,64 +5,35 @@
 #include <pybind11/stl.h>
 
 #include <algorithm>
-#include <cstdlib>
 
 #include "common.h"
-#include "grabsystem/arm/arm_image_extractor.h"
 #include "grabsystem/capture/capture_reader.h"
-#include "grabsystem/debug_package/debug_package_exporter.h"
-#include "grabsystem/format/arm_view.h"
-#include "grabsystem/format/binary_io.h"
-#include "grabsystem/format/package.h"
+#include "grabsystem/capture/heads.h"
+#include "grabsystem/capture/single_file.h"
 #include "grabsystem/platform/env.h"
-#include "grabsystem/platform/toolkit/win_helper.h"
 
 namespace grabsys_py {
 namespace {
 
-namespace format = GrabSystem::format;
 using GrabSystem::platform::Env;
 
-// Reads a file's head in steps, never more than the file holds.
-class Head {
-public:
-    explicit Head(const std::string& path) {
-        bool opened = false;
-        {
-            py::gil_scoped_release release;
-            opened = m_reader.Open(path.c_str()) != 0;
-            if (opened) m_fileBytes = m_reader.Remaining();
-        }
-        if (!opened) Fail(path, m_reader.status().cause());
+// What `read` gives of the file at `path`, read without the GIL; FileError
+// naming `path` and the cause when it fails.
+template <typename Head>
+Head ReadHead(const std::string& path, GrabSystem::Status (*read)(const std::string&, Head&, Env*)) {
+    Head head;
+    GrabSystem::Status status;
+    {
+        py::gil_scoped_release release;
+        status = read(path, head, nullptr);
     }
-    // Up to `bytes` more bytes (fewer at the end of the file).
-    format::Bytes More(size_t bytes) {
-        const size_t start = m_bytes.size();
-        m_bytes.resize(start + bytes);
-        m_bytes.resize(start + m_reader.ReadByteArray(m_bytes.data() + start, bytes));
-        return All();
-    }
-    format::Bytes All() const { return format::Bytes(m_bytes.data(), m_bytes.size()); }
-    uint64_t FileBytes() const { return m_fileBytes; }
-
-private:
-    BinaryReader m_reader;
-    uint64_t m_fileBytes = 0;
-    std::vector<unsigned char> m_bytes;
-};
+    if (!status.ok()) Fail(path, status.cause());
+    return head;
+}
 
 py::dict ReadArmHeader(const std::string& path) {
-    Head head(path);
-    format::ArmViewSummary summary;
-    // Only the header is there: the records are walked to none.
-    const format::Status status = format::SummarizeArmView(head.More(format::kArmHeaderBytes), summary);
-    if (status != format::Status::kOk) Fail(path, std::string("arm view: ") + format::Describe(status) + " header");
-    const GrabSystem::OneViewArmImageDataHeader& h = summary.header;
-    const int tableSize = h.version < 2 ? format::kArmIdentityCameras : static_cast<int>(format::kArmCameraTableBytes);
-    if (h.camCount < 0 || h.camCount > tableSize)
-        Fail(path, "arm view: camera count " + std::to_string(h.camCount) + " outside 0.." + std::to_string(tableSize));
-    std::vector<int> cameras;
-    for (int c = 0; c < h.camCount; ++c) cameras.push_back(h.version < 2 ? c : h.camTable[c]);
+    const auto head = ReadHead(path, GrabSystem::capture::ReadArmHead);
+    const GrabSystem::OneViewArmImageDataHeader& h = head.header;
     py::dict d;
     d["version"] = h.version;
     d["width"] = h.width;
@@ -71,47 +42,20 @@ py::dict ReadArmHeader(const std::string& path) {
     d["white_frame_count"] = h.whiteFrameCount;
     d["cam_count"] = h.camCount;
     d["sin_dims"] = py::make_tuple(h.sinDimA, h.sinDimB, h.sinDimC);
-    d["cameras"] = cameras;
-    d["file_bytes"] = head.FileBytes();
+    d["cameras"] = head.cameras;
+    d["file_bytes"] = head.fileBytes;
     return d;
 }
 
 py::dict ReadPackageHead(const std::string& path) {
-    Head head(path);
-    if (!format::HoldsPackageHead(head.More(format::kPackageHeadBytes))) Fail(path, "too short to be a debug package");
+    const auto head = ReadHead(path, GrabSystem::capture::ReadPackageHead);
     py::dict d;
-    std::vector<GrabSystem::CDebugPackageInfoP> records;
-    const bool image = format::IsImagePackageVersion(format::DecodeImagePackageHead(head.All()).version);
-    if (image) {
-        const format::ImagePackageHead h = format::DecodeImagePackageHead(head.All());
-        if (h.count == 0) Fail(path, "image package: no records");
-        const uint64_t end = h.bytes + static_cast<uint64_t>(h.count) * format::kImagePackageRecordBytes;
-        if (end > head.FileBytes()) Fail(path, "image package: the file ends inside its " + std::to_string(h.count) + " records");
-        const format::Bytes bytes = head.More(static_cast<size_t>(end) - head.All().size);
-        for (uint32_t i = 0; i < h.count; ++i) {
-            const GrabSystem::CDebugImgPackageInfoP r = format::DecodeImagePackageRecord(
-                bytes.Sub(h.bytes + static_cast<size_t>(i) * format::kImagePackageRecordBytes, format::kImagePackageRecordBytes));
-            // The head's jump index is every run's, as read_package gives it.
-            records.push_back(GrabSystem::CDebugPackageInfoP{h.jumpIdx, r.Width, r.Height, r.FrameCount, r.CamIdx, r.GroupIdx});
-        }
-        d["version"] = h.version;
-        d["jump_idx"] = h.jumpIdx;
-        d["project_file"] = false;
-    } else {
-        const format::GeneralPackageHead h = format::DecodeGeneralPackageHead(head.All());
-        const uint64_t end = format::GeneralPackageDataOffset(h.count);
-        if (end > head.FileBytes()) Fail(path, "general package: the file ends inside its " + std::to_string(h.count) + " records");
-        format::GeneralPackageSummary summary;
-        const format::Status status = format::SummarizeGeneralPackage(head.More(static_cast<size_t>(end) - head.All().size), summary);
-        if (status != format::Status::kOk) Fail(path, std::string("general package: ") + format::Describe(status));
-        records = summary.records;
-        d["version"] = h.version;
-        d["jump_idx"] = 0;
-        d["project_file"] = h.flag == 1;
-    }
-    d["general"] = !image;
-    d["records"] = records;
-    d["file_bytes"] = head.FileBytes();
+    d["version"] = head.version;
+    d["jump_idx"] = head.jumpIdx;
+    d["project_file"] = head.projectFile;
+    d["general"] = head.general;
+    d["records"] = head.records;
+    d["file_bytes"] = head.fileBytes;
     return d;
 }
 
@@ -166,60 +110,19 @@ void CheckInput(const std::string& path, const std::vector<std::string>& files, 
                        (files.size() == 1 ? "" : "s") + " of what it could read");
 }
 
-// Why a package the exporter refused does not load, as the strict reader
-// sees it.
-std::string PackageCause(const std::string& path, Env* env) {
-    GrabSystem::capture::PackageContent content;
-    const GrabSystem::Status status = GrabSystem::capture::ReadPackage(path, content, env);
-    if (!status.ok()) return status.cause();
-    return "the exporter cannot load it as a package of the list's form (the first file's)";
-}
-
-// A general package's load writes its project file and expects the folder,
-// as the tool's drive root has it.
-void MakeProjectFolder(Env* env) {
-    const std::string project = GrabSystem::CDebugPackageP::kProjectFilePath;
-    env->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
+// The Recorded form of a library call's Status: its cause names the input.
+bool Done(const GrabSystem::Status& status, std::string& cause) {
+    if (!status.ok()) cause = status.cause();
+    return status.ok();
 }
 
 std::vector<std::string> ExportPackage(const std::string& path, const py::object& position, const std::string& first,
                                        bool check) {
-    const bool alone = position.is_none();
-    const unsigned index = alone ? 0 : position.cast<unsigned>();
+    const unsigned entry = position.is_none() ? 0 : position.cast<unsigned>();
+    if (entry > INT32_MAX) throw py::value_error("position: a list's entry, at most 2147483647");
+    const int index = position.is_none() ? -1 : static_cast<int>(entry);
     std::vector<std::string> files = Recorded(path, [&](Env* env, std::string& cause) {
-        MakeProjectFolder(env);
-        // One entry of ExprotPackage: the list's first file's version picks
-        // the form, the position (none for a package alone) the folders. A
-        // package that does not load exports nothing, alone or in a list.
-        unsigned version = 0;
-        {
-            BinaryReader reader(env);
-            if (reader.Open((alone || first.empty() ? path : first).c_str()) != 0) version = reader.ReadUInt();
-        }
-        GrabSystem::CDebugPackageExporterP exporter;
-        exporter.SetEnv(env);
-        if (format::IsImagePackageVersion(version)) {
-            if (!exporter.DebugImgPackage->LoadDebugPackage(path)) {
-                cause = PackageCause(path, env);
-                return false;
-            }
-            if (alone)
-                exporter.DebugImgPackage->ExportDebugImg();
-            else
-                exporter.DebugImgPackage->ExportDebugImg(index);
-            return true;
-        }
-        if (!exporter.DebugPackage->LoadDebugPackage(path)) {
-            cause = PackageCause(path, env);
-            return false;
-        }
-        // The exporter does not consult this; a user must hear of frames
-        // that were never written.
-        if (alone ? exporter.DebugPackage->ImportDebugImg() : exporter.DebugPackage->ImportDebugImg(index)) return true;
-        cause = std::string("the export stopped at a frame that does not decompress") +
-                (alone ? "" : " as the export of several packages reads its frames (each from the first block's length)") +
-                "; the frames before it were written";
-        return false;
+        return Done(GrabSystem::capture::ExportOnePackage(path, index, first, env), cause);
     });
     if (check) CheckInput(path, files, "the export", GrabSystem::capture::ReadPackage);
     return files;
@@ -227,41 +130,13 @@ std::vector<std::string> ExportPackage(const std::string& path, const py::object
 
 std::vector<std::string> ImportProjectFile(const std::string& path) {
     return Recorded(path, [&](Env* env, std::string& cause) {
-        MakeProjectFolder(env);
-        GrabSystem::CDebugPackageP package;
-        package.SetEnv(env);
-        if (package.LoadDebugPackage(path)) return true;
-        cause = PackageCause(path, env);
-        return false;
+        return Done(GrabSystem::capture::ImportProjectFile(path, env), cause);
     });
 }
 
 std::vector<std::string> ExtractView(const std::string& path, const std::string& outputDir, int mode, bool check) {
-    // The extractor's own rule for a view file: <number>.armraw, read back as
-    // <folder>\<atoi(number)>.armraw.
-    const std::string stem = DrasselSpace::CWinHelper::GetFileNameWithoutExtension(path);
-    if (DrasselSpace::CWinHelper::GetFileExtension(path) != ".armraw" || !DrasselSpace::StringToolP::IsNumber(stem))
-        Fail(path, "not a view file: its name is not <view number>.armraw");
-    const size_t cut = path.find_last_of("\\/");
-    GrabSystem::OutputOneViewArmImageParm parm;
-    parm.inputDirs[0] = cut == std::string::npos ? std::string(".\\") : path.substr(0, cut + 1);
-    parm.views[0] = {std::atoi(stem.c_str())};
-    parm.outputDir = outputDir;
-    parm.mode = mode;
     std::vector<std::string> files = Recorded(path, [&](Env* env, std::string& cause) {
-        GrabSystem::ArmImageExtractor extractor;
-        extractor.SetEnv(env);
-        std::vector<int> failed[1];
-        extractor.OutputOneViewArmImages(parm, failed, 1);
-        if (extractor.GetCounters().extracted[0] == 1) return true;
-        GrabSystem::capture::ArmViewContent view;
-        const GrabSystem::Status read = GrabSystem::capture::ReadArmView(path, view, env);
-        cause = read.cause();
-        if (read.ok()) {
-            cause = failed[0].empty() ? "the extractor skipped it (its folder or the output folder is missing)"
-                                      : "the extractor could not write the view";
-        }
-        return false;
+        return Done(GrabSystem::capture::ExtractViewFile(path, outputDir, mode, env), cause);
     });
     if (check) CheckInput(path, files, "the extractor", GrabSystem::capture::ReadArmView);
     return files;
@@ -295,6 +170,12 @@ void BindArchive(py::module_& m) {
           "picks the form) into Cam<c>_<position>. Creates the project file's folder under\n"
           "the drive root, as grabsys does. Returns the files written (the project file\n"
           "among them); raises FileError as extract_view does, `check` with read_package.");
+    m.def("temporary_file_name", &GrabSystem::platform::TemporaryFileName, py::arg("path"),
+          "A fresh temporary name beside `path`, as the library names a file it writes whole\n"
+          "before renaming it into place: <path>.tmp-<process id>-<n>.");
+    m.def("is_temporary_file_name", &GrabSystem::platform::IsTemporaryFileName, py::arg("name"),
+          "Whether a file name (without its folder) is such a temporary name: what a process\n"
+          "killed between writing a file and renaming it leaves behind.");
     m.def("import_project_file", &ImportProjectFile, py::arg("path"),
           "Loads a general package and so writes its project file (D:\\vormex\\importTmp.fpz\n"
           "under the drive root), nothing else. Returns the files written.");

@@ -34,21 +34,6 @@ py::dict DescriptionDict(const CameraDescription& d) {
     return r;
 }
 
-py::dict CountersDict(const CameraCounters& c) {
-    py::dict d;
-    d["sent"] = c.sent;
-    d["completed"] = c.completed;
-    d["pushed"] = c.pushed;
-    d["refused_no_free_node"] = c.refusedNoFreeNode;
-    d["refused_too_large"] = c.refusedTooLarge;
-    d["overwritten"] = c.overwritten;
-    d["incomplete"] = c.incomplete;
-    d["missed"] = c.missed;
-    d["underruns"] = c.underruns;
-    d["timeouts"] = c.timeouts;
-    d["bytes_pushed"] = c.bytesPushed;
-    return d;
-}
 
 // A camera and the pool it streams into, which it keeps alive meanwhile.
 class PyCamera {
@@ -157,7 +142,10 @@ void BindCamera(py::module_& m) {
         .def_property_readonly("name", [](PyCamera& c) { return c.Get().Name(); })
         .def_property_readonly("streaming", [](PyCamera& c) { return c.Get().Streaming(); })
         .def_property_readonly("description", &PyCamera::Describe)
-        .def_property_readonly("counters", [](PyCamera& c) { return CountersDict(c.Get().Counters()); },
+        .def_property_readonly("counters",
+                               [](PyCamera& c) {
+                                   return CountersDict(c.Get().Counters(), GrabSystem::camera::kCameraCounterFields);
+                               },
                                "What became of every frame the camera sent: sent == pushed + refused_no_free_node\n"
                                "+ refused_too_large + overwritten + incomplete + missed; with completed, underruns,\n"
                                "timeouts and bytes_pushed.")

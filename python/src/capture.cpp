@@ -1,14 +1,11 @@
 // Capture files to and from numpy: arm views and both package forms.
 #include <pybind11/stl.h>
 
-#include <algorithm>
 #include <memory>
 
 #include "common.h"
 #include "grabsystem/capture/capture_reader.h"
-#include "grabsystem/debug_package/debug_img_package.h"
-#include "grabsystem/debug_package/debug_package.h"
-#include "grabsystem/platform/toolkit/lz4_tool.h"
+#include "grabsystem/capture/package_writer.h"
 
 namespace grabsys_py {
 namespace {
@@ -39,7 +36,6 @@ using FrameArray = py::array_t<uint8_t, py::array::c_style>;
 // with frames a (count, height, width) uint8 array: the arrays, and the
 // records they make in the general form (the image form drops JumpIdx).
 void ParseRuns(const py::list& runs, std::vector<FrameArray>& arrays, std::vector<GrabSystem::CDebugPackageInfoP>& infos) {
-    if (runs.empty()) throw py::value_error("runs: a package holds at least one run");
     for (const py::handle run : runs) {
         const py::tuple t = run.cast<py::tuple>();
         arrays.push_back(Contiguous<uint8_t>(t[0], "frames", 3, 3));
@@ -57,37 +53,25 @@ void ParseRuns(const py::list& runs, std::vector<FrameArray>& arrays, std::vecto
     }
 }
 
-// The image package puts frame j of run i at (FrameCount_i x i + j) frame
-// bytes of run i into a data area of the runs' summed bytes, as AddData
-// writes and the export reads it. Run i thus lies at [FrameCount_i x i x
-// frameBytes_i, FrameCount_i x (i + 1) x frameBytes_i): the package holds
-// the runs exactly when these spans stay inside the area and do not
-// overlap, which (their lengths summing to the area) is when they tile it.
-// Anything else would overwrite frames or lose them: ValueError, naming the
-// first run that does not fit.
-void CheckImagePackagePlacement(const std::vector<GrabSystem::CDebugPackageInfoP>& runs) {
-    uint64_t area = 0;
-    for (const auto& r : runs) area += static_cast<uint64_t>(r.Width) * r.Height * r.FrameCount;
-    if (area > UINT32_MAX) throw py::value_error("runs: more than the 4 GiB an image package holds");
-    struct Span {
-        uint64_t start, end;
-        size_t run;
-    };
-    std::vector<Span> spans;
-    for (size_t i = 0; i < runs.size(); ++i) {
-        const uint64_t bytes = static_cast<uint64_t>(runs[i].Width) * runs[i].Height * runs[i].FrameCount;
-        if (bytes != 0) spans.push_back({bytes * i, bytes * (i + 1), i});
+// The runs as the package writers take them: each frame a pointer into its
+// array, which outlives the write.
+std::vector<GrabSystem::capture::FrameRun> FrameRuns(const std::vector<FrameArray>& arrays,
+                                                      const std::vector<GrabSystem::CDebugPackageInfoP>& infos) {
+    std::vector<GrabSystem::capture::FrameRun> runs(arrays.size());
+    for (size_t r = 0; r < arrays.size(); ++r) {
+        runs[r].info = infos[r];
+        const uint64_t frameBytes = uint64_t{infos[r].Width} * infos[r].Height;
+        for (uint32_t f = 0; f < infos[r].FrameCount; ++f) runs[r].frames.push_back(arrays[r].data() + frameBytes * f);
     }
-    std::sort(spans.begin(), spans.end(), [](const Span& a, const Span& b) { return a.start < b.start; });
-    uint64_t reached = 0;
-    for (const Span& s : spans) {
-        if (s.start < reached || s.end > area)
-            throw py::value_error("runs: run " + std::to_string(s.run) +
-                                  " does not fit the image package's frame placement (frame j of run i goes to "
-                                  "(frames of run i x i + j) x its frame bytes): give every run one size and one "
-                                  "frame count, or write a general package");
-        reached = s.end;
-    }
+    return runs;
+}
+
+// Requests the format cannot hold are the caller's: ValueError; the file's
+// failures: FileError.
+void Written(const std::string& path, const CallFiles& files, const GrabSystem::Status& status) {
+    if (status.IsInvalidArgument()) throw py::value_error(status.cause());
+    RaiseFailures(files);
+    if (!status.ok()) Fail(path, status);
 }
 
 void WriteImagePackage(const std::string& path, const py::list& runs, unsigned jumpIdx) {
@@ -95,74 +79,32 @@ void WriteImagePackage(const std::string& path, const py::list& runs, unsigned j
     std::vector<FrameArray> arrays;
     std::vector<GrabSystem::CDebugPackageInfoP> infos;
     ParseRuns(runs, arrays, infos);
-    CheckImagePackagePlacement(infos);
-    GrabSystem::CDebugImgPackageP pkg;
+    const std::vector<GrabSystem::capture::FrameRun> frames = FrameRuns(arrays, infos);
     CallFiles files;
-    pkg.SetEnv(&files);
-    for (const auto& r : infos)
-        pkg.AddPackageInfo(GrabSystem::CDebugImgPackageInfoP{r.Width, r.Height, r.FrameCount, r.CamIdx, r.GroupIdx});
-    pkg.SetJumpIdx(static_cast<unsigned char>(jumpIdx));
-    pkg.CreatePackageBuffer();
-    bool created = false;
+    GrabSystem::Status status;
     {
         py::gil_scoped_release release;
-        for (size_t r = 0; r < arrays.size(); ++r) {
-            const uint64_t frameBytes = static_cast<uint64_t>(arrays[r].shape(1)) * arrays[r].shape(2);
-            for (py::ssize_t f = 0; f < arrays[r].shape(0); ++f)
-                pkg.AddData(static_cast<unsigned>(r), const_cast<uint8_t*>(arrays[r].data()) + frameBytes * f,
-                            static_cast<unsigned>(f));
-        }
-        created = pkg.SaveDebugPackage(path);
+        status = GrabSystem::capture::WriteImagePackage(path, frames, static_cast<uint8_t>(jumpIdx), &files);
     }
-    RaiseFailures(files);
-    if (!created) Fail(path, "the package cannot be created");
+    Written(path, files, status);
 }
 
 void WriteGeneralPackage(const std::string& path, const py::list& runs, const py::object& projectFile) {
     std::vector<FrameArray> arrays;
     std::vector<GrabSystem::CDebugPackageInfoP> infos;
     ParseRuns(runs, arrays, infos);
-    auto pkg = std::make_unique<GrabSystem::CDebugPackageP>();
-    pkg->InitialPackageBuffer();
-    for (const auto& info : infos) pkg->AddPackageInfo(info);
+    const std::vector<GrabSystem::capture::FrameRun> frames = FrameRuns(arrays, infos);
     std::string project;
     const bool withProject = !projectFile.is_none();
     if (withProject) project = projectFile.cast<std::string>();
-    if (project.size() > INT32_MAX) throw py::value_error("project_file: too large for a package");
-    std::string staged;
+    const GrabSystem::format::Bytes projectBytes(reinterpret_cast<const uint8_t*>(project.data()), project.size());
     CallFiles files;
-    pkg->SetEnv(&files);
-    bool created = false;
-    [&] {
+    GrabSystem::Status status;
+    {
         py::gil_scoped_release release;
-        if (withProject && !pkg->AddData(0, reinterpret_cast<unsigned char*>(&project[0]), 0, static_cast<int>(project.size()))) {
-            staged = "the project file";
-            return;
-        }
-        std::vector<unsigned char> block;
-        for (const auto& a : arrays) {
-            const uint64_t frameBytes = static_cast<uint64_t>(a.shape(1)) * a.shape(2);
-            const int bound = frameBytes > INT32_MAX ? 0 : DrasselSpace::CLZ4CompressorP::GetCompressBound(static_cast<int>(frameBytes));
-            if (bound == 0) {
-                staged = "a frame too large for LZ4";
-                return;
-            }
-            block.resize(static_cast<size_t>(bound));
-            for (py::ssize_t f = 0; f < a.shape(0); ++f) {
-                const int n = DrasselSpace::CLZ4CompressorP::CompressRaw(a.data() + frameBytes * f, static_cast<int>(frameBytes),
-                                                                         block.data(), bound, 3);
-                if (n == 0 || !pkg->AddData(0, block.data(), 0, n)) {
-                    staged = "frames beyond the 1 GiB a package can stage";
-                    return;
-                }
-            }
-        }
-        pkg->AllocateDebugImgBuffer();
-        created = pkg->SaveDebugPackage(path, withProject);
-    }();
-    if (!staged.empty()) Fail(path, "cannot stage " + staged);
-    RaiseFailures(files);
-    if (!created) Fail(path, "the package cannot be created");
+        status = GrabSystem::capture::WriteGeneralPackage(path, frames, withProject ? &projectBytes : nullptr, &files);
+    }
+    Written(path, files, status);
 }
 
 }  // namespace
@@ -256,7 +198,7 @@ void BindCapture(py::module_& m) {
           "file and the cause when it does not go into place whole (nothing of it is left).");
     m.def("write_general_package", &WriteGeneralPackage, py::arg("path"), py::arg("runs"), py::arg("project_file") = py::none(),
           "Writes a general package through the library's CDebugPackageP: `runs` is a list of\n"
-          "(frames, cam_idx, group_idx, jump_idx), each frame LZ4-compressed as the tool does;\n"
+          "(frames, cam_idx, group_idx, jump_idx), each frame LZ4-compressed as grabsys does;\n"
           "`project_file` (bytes) goes first when given. Raises FileError on a failed write.");
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "grabsystem/format/data_structure.h"
+#include "grabsystem/pool/counter_fields.h"
 #include "grabsystem/image/img_pool_ctrl.h"
 #include "grabsystem/platform/status.h"
 #include "grabsystem/platform/tracking_env.h"
@@ -51,6 +52,24 @@ py::array_t<T, py::array::c_style> Contiguous(const py::handle& array, const cha
 
 // The pool inside a grabsystem.ImagePool (TypeError for anything else).
 GrabSystem::CImgPoolCtrlP& PoolOf(const py::handle& imagePool);
+
+// A counters struct as a dict, by its table of fields (counter_fields.h):
+// each key with its count, or a tuple of counts for a per-source field.
+inline py::object CountValue(uint64_t n) { return py::int_(n); }
+inline py::object CountValue(const uint64_t (&n)[3]) { return py::make_tuple(n[0], n[1], n[2]); }
+template <typename Counters, typename Value, size_t N>
+py::dict CountersDict(const Counters& c, const GrabSystem::CounterField<Counters, Value> (&fields)[N]) {
+    py::dict d;
+    for (const auto& field : fields) d[field.key] = CountValue(c.*field.member);
+    return d;
+}
+
+template <typename Counters, typename Value, size_t N>
+py::list FieldNames(const GrabSystem::CounterField<Counters, Value> (&fields)[N]) {
+    py::list names;
+    for (const auto& field : fields) names.append(py::make_tuple(field.name, field.key));
+    return names;
+}
 
 py::dict InfoToDict(const VormexDataStructure::CImgInfo& info);
 // Sets the descriptive fields a dict names (camera, frame attribute,

@@ -7,9 +7,7 @@
 
 #include "common.h"
 #include "grabsystem/capture/ffc_file.h"
-#include "grabsystem/format/bmp.h"
-#include "grabsystem/format/raw_image.h"
-#include "grabsystem/format/value_raw.h"
+#include "grabsystem/capture/image_file.h"
 #include "grabsystem/image/img_kinds.h"
 #include "grabsystem/platform/env.h"
 
@@ -65,79 +63,41 @@ std::unique_ptr<IImgP> Make(Kind kind) {
     return nullptr;
 }
 
-// The whole file, for the checks that give a refusal its cause.
-std::unique_ptr<unsigned char[]> ReadBytes(const std::string& path, uint64_t& size) {
-    std::unique_ptr<unsigned char[]> data;
-    const GrabSystem::Status read = GrabSystem::platform::Env::Default()->ReadFile(path, data, size);
-    if (!read.ok()) Fail(path, read);
-    return data;
+// The image a reader of the library gives, and its pixel type as numpy
+// sees it.
+template <typename Reader>
+Image Read(const std::string& path, Reader read) {
+    Image image;
+    CallFiles files;
+    GrabSystem::Status status;
+    {
+        py::gil_scoped_release release;
+        status = read(&files, image.img);
+    }
+    if (!status.ok()) Fail(path, status);
+    RaiseFailures(files);
+    image.img->SetEnv(nullptr);
+    IImgP* img = image.img.get();
+    image.kind = dynamic_cast<GrabSystem::CImgDoubleP*>(img) != nullptr  ? Kind::kF64
+                 : dynamic_cast<GrabSystem::CImgFloatP*>(img) != nullptr ? Kind::kF32
+                 : img->GetBytePerCh() == 2                              ? Kind::kU16
+                 : img->GetBytePerCh() == 4                              ? Kind::kU32
+                                                                         : Kind::kU8;
+    return image;
 }
 
 Image ReadImage(const std::string& path) {
-    uint64_t size = 0;
-    const auto data = ReadBytes(path, size);
-    const GrabSystem::format::Bytes file(data.get(), static_cast<size_t>(size));
-    Image image;
-    if (GrabSystem::format::HasBmpSignature(file)) {
-        GrabSystem::format::BmpLayout layout;
-        const auto status = GrabSystem::format::DecodeBmpLayout(file, layout);
-        if (status != GrabSystem::format::Status::kOk)
-            Fail(path, std::string("BMP: ") + GrabSystem::format::Describe(status));
-    } else {
-        GrabSystem::format::RawImageView view;
-        const auto status = GrabSystem::format::DecodeRawImage(file, view);
-        if (status != GrabSystem::format::Status::kOk)
-            Fail(path, std::string("raw image: ") + GrabSystem::format::Describe(status));
-        if (!view.complete) Fail(path, "raw image: the file ends inside its pixels");
-        const uint8_t bits = view.size.GetBitPerChannel();
-        image.kind = bits <= 8 ? Kind::kU8 : bits <= 16 ? Kind::kU16 : bits <= 32 ? Kind::kU32 : Kind::kU8;
-        if (bits > 32) Fail(path, "raw image: " + std::to_string(bits) + " bits per channel");
-    }
-    image.img = Make(image.kind);
-    CallFiles files;
-    image.img->SetEnv(&files);
-    bool loaded = false;
-    {
-        py::gil_scoped_release release;
-        loaded = image.img->LoadFile(path.c_str());
-    }
-    image.img->SetEnv(nullptr);
-    RaiseFailures(files);
-    if (!loaded) Fail(path, "the image does not load (an extension other than .bmp or .raw, and no information block?)");
-    return image;
+    return Read(path, [&](GrabSystem::platform::Env* env, std::unique_ptr<IImgP>& img) {
+        return GrabSystem::capture::ReadImageFile(path, img, env);
+    });
 }
 
 Image ReadFloatRaw(const std::string& path, const py::object& dtype) {
-    uint64_t size = 0;
-    const auto data = ReadBytes(path, size);
-    const auto view = GrabSystem::format::DecodeValueRaw(GrabSystem::format::Bytes(data.get(), static_cast<size_t>(size)));
-    if (size < GrabSystem::format::kValueRawHeaderBytes) Fail(path, "float raw: shorter than its header");
-    const uint64_t values = static_cast<uint64_t>(view.width) * view.height * view.channels;
-    Image image;
-    if (!dtype.is_none()) {
-        image.kind = py::dtype::from_args(dtype).is(py::dtype::of<double>()) ? Kind::kF64 : Kind::kF32;
-    } else if (values * 8 == view.values.size && values != 0) {
-        image.kind = Kind::kF64;
-    } else {
-        image.kind = Kind::kF32;
-    }
-    const uint64_t expected = values * (image.kind == Kind::kF64 ? 8 : 4);
-    if (view.values.size != expected)
-        Fail(path, "float raw: " + std::to_string(view.values.size) + " bytes of values for " + std::to_string(view.width) +
-                       " x " + std::to_string(view.height) + " x " + std::to_string(view.channels));
-    image.img = Make(image.kind);
-    CallFiles files;
-    image.img->SetEnv(&files);
-    bool loaded = false;
-    {
-        py::gil_scoped_release release;
-        loaded = image.kind == Kind::kF64 ? static_cast<GrabSystem::CImgDoubleP&>(*image.img).LoadFromRaw(path)
-                                          : static_cast<GrabSystem::CImgFloatP&>(*image.img).LoadFromRaw(path);
-    }
-    image.img->SetEnv(nullptr);
-    RaiseFailures(files);
-    if (!loaded) Fail(path, "float raw: the image cannot be sized");
-    return image;
+    const uint32_t valueBytes =
+        dtype.is_none() ? 0 : py::dtype::from_args(dtype).is(py::dtype::of<double>()) ? 8 : 4;
+    return Read(path, [&](GrabSystem::platform::Env* env, std::unique_ptr<IImgP>& img) {
+        return GrabSystem::capture::ReadValueRawFile(path, valueBytes, img, env);
+    });
 }
 
 std::vector<Image> ReadFfcTables(const std::string& path) {

@@ -7,6 +7,7 @@
 #include "common.h"
 #include "grabsystem/arm/arm_image_extractor.h"
 #include "grabsystem/arm/arm_image_output_mng.h"
+#include "grabsystem/camera/camera_counters.h"
 #include "grabsystem/capture/capture_reader.h"
 #include "grabsystem/debug_package/debug_package_exporter.h"
 #include "grabsystem/image/img_kinds.h"
@@ -110,32 +111,7 @@ py::array PoolPixels(const py::object& self) {
     }
 }
 
-py::dict PoolCountersDict(const GrabSystem::PoolCounters& c) {
-    py::dict d;
-    d["pushed"] = c.pushed;
-    d["refused_no_free_node"] = c.refusedNoFreeNode;
-    d["refused_too_large"] = c.refusedTooLarge;
-    d["overwritten"] = c.overwritten;
-    d["released"] = c.released;
-    d["max_in_use"] = c.maxInUse;
-    d["bytes_copied"] = c.bytesCopied;
-    return d;
-}
-
 // ------------------------------------------------------------ arm output
-
-py::dict OutputCountersDict(const GrabSystem::OutputCounters& c) {
-    py::dict d;
-    d["written"] = c.written;
-    d["refused_no_memory"] = c.refusedNoMemory;
-    d["refused_compress_failed"] = c.refusedCompressFailed;
-    d["save_failed"] = c.saveFailed;
-    d["waits"] = c.waits;
-    d["wait_ms_total"] = c.waitMsTotal;
-    d["wait_ms_longest"] = c.waitMsLongest;
-    d["written_by_worker"] = c.writtenByWorker;
-    return d;
-}
 
 // Hands a view of the caller's arrays to the manager: the images borrow the
 // arrays' memory, so nothing is copied before LZ4 reads it.
@@ -292,7 +268,8 @@ void BindGrab(py::module_& m) {
         .def_property("next_serial", [](ImagePool& p) { return p.Pool().GetNextSerialNum(); },
                       [](ImagePool& p, uint64_t s) { p.Pool().SetNextSerialNum(s); },
                       "The serial the next push hands out.")
-        .def_property_readonly("counters", [](ImagePool& p) { return PoolCountersDict(p.Pool().GetCounters()); },
+        .def_property_readonly("counters",
+                               [](ImagePool& p) { return CountersDict(p.Pool().GetCounters(), GrabSystem::kPoolCounterFields); },
                                "pushed, refused_no_free_node, refused_too_large, overwritten, released,\n"
                                "max_in_use, bytes_copied: since the pool was made or last reset.")
         .def("reset_counters", [](ImagePool& p) { p.Pool().ResetCounters(); })
@@ -326,7 +303,10 @@ void BindGrab(py::module_& m) {
              "in place. Returns AddResult.OK, or NO_MEMORY / COMPRESS_FAILED when the library\n"
              "refused the view (nothing written); raises FileError naming the file and the\n"
              "cause when it did not go into place whole (counters['save_failed'] counts it).")
-        .def_property_readonly("counters", [](GrabSystem::CArmImageOutputMng& m) { return OutputCountersDict(m.GetCounters()); })
+        .def_property_readonly("counters",
+                               [](GrabSystem::CArmImageOutputMng& m) {
+                                   return CountersDict(m.GetCounters(), GrabSystem::kOutputCounterFields);
+                               })
         .def("reset_counters", &GrabSystem::CArmImageOutputMng::ResetCounters)
         .def_property_readonly("block_count", &GrabSystem::CArmImageOutputMng::GetMemoryPoolSize);
 
@@ -372,14 +352,21 @@ void BindGrab(py::module_& m) {
              },
              py::arg("directory"), "The view index of every .armraw file in the folder, in listing order.")
         .def_property_readonly("counters", [](GrabSystem::ArmImageExtractor& e) {
-            const GrabSystem::ExtractCounters c = e.GetCounters();
-            py::dict d;
-            d["extracted"] = py::make_tuple(c.extracted[0], c.extracted[1], c.extracted[2]);
-            d["failed"] = py::make_tuple(c.failed[0], c.failed[1], c.failed[2]);
-            d["files_failed"] = py::make_tuple(c.filesFailed[0], c.filesFailed[1], c.filesFailed[2]);
-            return d;
+            return CountersDict(e.GetCounters(), GrabSystem::kExtractCounterFields);
         });
 
+    m.def(
+        "counter_fields",
+        [] {
+            py::dict d;
+            d["PoolCounters"] = FieldNames(GrabSystem::kPoolCounterFields);
+            d["OutputCounters"] = FieldNames(GrabSystem::kOutputCounterFields);
+            d["ExtractCounters"] = FieldNames(GrabSystem::kExtractCounterFields);
+            d["CameraCounters"] = FieldNames(GrabSystem::camera::kCameraCounterFields);
+            return d;
+        },
+        "The fields of each counters struct of the library, in order, as (C++ name, key) pairs:\n"
+        "the keys of the `counters` dicts of ImagePool, ArmOutputManager, ArmExtractor and Camera.");
     m.def("export_packages", &ExportPackages, py::arg("paths"), py::arg("threads") = 1,
           "Exports debug packages to the BMP input tree under D://ImgTest//CamImgInput (see\n"
           "set_drive_root) through the library's ExprotPackage: one package into Cam<c>\n"

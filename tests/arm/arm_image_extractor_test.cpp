@@ -214,6 +214,22 @@ TEST_F(ArmExtractor, DamagedViewFilesFailWithoutReadingPastThem) {
     EXPECT_EQ(Tree(dir.File("D/bad")).count("Cam0Q/6/imgW.bmp"), 1u);
 }
 
+TEST_F(ArmExtractor, FramesOf2GiBOrMoreFailTheViewBeforeTheyAreSized) {
+    // The decoder takes the frame's memory size as a 32-bit int: 65536 x
+    // 32768 bytes is 2^31, a negative capacity, so the first of two frames
+    // fails and the view with it. Nothing of 2 GiB is allocated on the way:
+    // such a frame is refused before it is sized.
+    View v(8, 4, 1, 1, 1, 2, 0);
+    auto bytes = Write(v, 4, {eCam0}, 1, 1, 2);
+    for (const auto& [width, height] : {std::pair<uint32_t, uint32_t>{65536, 32768}, {60000, 60000}, {0xFFFFFFFFu, 1}}) {
+        std::memcpy(&bytes[12], &width, 4);
+        std::memcpy(&bytes[16], &height, 4);
+        Rewrite(4, bytes);
+        EXPECT_EQ(Extract({4}, "D:\\in", "D:\\huge", 1), std::vector<int>{4}) << width << " x " << height;
+        EXPECT_TRUE(Tree(dir.File("D/huge")).empty());
+    }
+}
+
 TEST_F(ArmExtractor, CountsBelowOneRunTheirLoopsZeroTimes) {
     // Counts -1, -1, 3 for one camera multiply to 3: the Sin groups make no
     // directory, so the three frames go to the white frame's Cam0P.

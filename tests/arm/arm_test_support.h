@@ -66,4 +66,32 @@ inline bool WriteViewFile(View& v, int viewIdx, std::vector<GrabSystem::eCamIdx>
     return data.SetAvaliableMemory(&block) && data.CompressMemoryData() && data.SaveToFile();
 }
 
+// Views whose trees tell the extractor's folder test by path from a test
+// by camera index: cameras not numbered 0..n-1, an output root that names a
+// P folder, more cameras than the tree takes, a white frame past the
+// folders. `table` is padded with 0, 1, ... to `cams` entries.
+struct OddTree {
+    std::string root;
+    int cams, a, b, c, whites;
+    std::vector<GrabSystem::eCamIdx> table;
+    bool whole;  // the extractor writes the whole view
+};
+inline std::vector<OddTree> OddTrees() {
+    using GrabSystem::eCamIdx;
+    return {
+        {"D:\\named\\", 3, 2, 1, 2, 3, {eCamIdx(12), GrabSystem::eCam3, eCamIdx(200)}, true},
+        {"D:\\Cam0Pscan\\", 2, 1, 2, 3, 2, {GrabSystem::eCam0, GrabSystem::eCam1}, true},
+        {"D:\\nine\\", 9, 1, 1, 1, 9, {}, false},
+        {"D:\\short\\", 1, 1, 1, 2, 2, {GrabSystem::eCam5}, false},
+    };
+}
+
+// Writes the odd tree's view, frames 12 x 6, as view `viewIdx` into `file`.
+inline bool WriteOddView(const OddTree& t, View& v, int viewIdx, const std::string& file) {
+    std::vector<GrabSystem::eCamIdx> table = t.table;
+    for (int i = static_cast<int>(table.size()); i < t.cams; ++i) table.push_back(static_cast<GrabSystem::eCamIdx>(i));
+    GrabSystem::CArmImageOutputMemory block;
+    return WriteViewFile(v, viewIdx, table, t.a, t.b, t.c, file, block);
+}
+
 }  // namespace grabsys_test

@@ -3,9 +3,22 @@
 set(prefix ${WORK}/prefix)
 file(REMOVE_RECURSE ${WORK})
 execute_process(COMMAND ${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix} COMMAND_ERROR_IS_FATAL ANY OUTPUT_QUIET)
-foreach(internal platform/os/os.h platform/os/env_system.h platform/copy_rows.h platform/thread_pool.h platform/device/cuda_driver.h pool/fps_meter.h)
-  if(EXISTS ${prefix}/include/grabsystem/${internal})
-    message(FATAL_ERROR "internal header installed: ${internal}")
+# Exactly the public folder is installed: every header under include/, and
+# none of the internal ones beside the sources.
+file(GLOB_RECURSE public RELATIVE ${SOURCE}/../../include/grabsystem ${SOURCE}/../../include/grabsystem/*.h)
+file(GLOB_RECURSE installed RELATIVE ${prefix}/include/grabsystem ${prefix}/include/grabsystem/*.h)
+list(APPEND public grabsystem_export.h)
+list(SORT public)
+list(SORT installed)
+if(NOT public STREQUAL installed)
+  message(FATAL_ERROR "installed headers differ from include/grabsystem:\n  installed: ${installed}\n  public: ${public}")
+endif()
+file(GLOB_RECURSE internal RELATIVE ${SOURCE}/../../grabsystem ${SOURCE}/../../grabsystem/*.h)
+foreach(header platform/os/os.h platform/os/env_system.h platform/copy_rows.h platform/thread_pool.h
+               platform/device/cuda_driver.h pool/fps_meter.h platform/camera/camera_device.h)
+  list(FIND internal ${header} at)
+  if(at EQUAL -1)
+    message(FATAL_ERROR "${header} is no longer an internal header")
   endif()
 endforeach()
 execute_process(COMMAND ${CMAKE_COMMAND} -S ${SOURCE} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}

@@ -4,9 +4,17 @@
 #include <cstring>
 #include <filesystem>
 #include <random>
+#include <set>
+#include <string>
 #include <vector>
 
+#include "../arm/arm_test_support.h"
+#include "fringe.h"
+#include "grabsystem/arm/arm_image_extractor.h"
 #include "grabsystem/image/img_kinds.h"
+#include "grabsystem/platform/toolkit/file_tool.h"
+#include "grabsystem/preview/arm_sheet.h"
+#include "grabsystem/preview/canvas.h"
 #include "grabsystem/preview/contact_sheet.h"
 #include "test_support.h"
 
@@ -78,6 +86,7 @@ TEST(PreviewSheet, ArmRowsFollowTheExtractedTree) {
     view.header.sinDimA = 2;
     view.header.sinDimB = 1;
     view.header.sinDimC = 3;
+    view.header.camTable[0] = 9;
     view.cameras = {9};
     view.sin = capture::FrameStack{4, 2, 6, frames.data()};
     view.white = capture::FrameStack{4, 2, 1, frames.data() + 6 * 8};
@@ -150,4 +159,76 @@ TEST(PreviewSheet, FloatImagesLookAsTheirBmp) {
     ASSERT_TRUE(status.ok()) << status.ToString();
     for (uint32_t i = 0; i < 21; ++i)
         EXPECT_EQ(BoxMean(sheet, kMargin + i % 7, kMargin + 3 * kLineHeight + i / 7, 1, 1), bmp[i]) << i;
+}
+
+// Where a test of folders by camera index and the extractor's test of the
+// whole path would differ, the sheet shows what the extractor writes: the
+// same files, each with the frame the extractor put there.
+TEST(PreviewSheet, ArmRowsShowExactlyWhatTheExtractorWrites) {
+    grabsys_test::TempDir dir;
+    DrasselSpace::FileToolP::CreateDirectoryRecursively("D:\\in");
+    int viewIdx = 0;
+    for (const grabsys_test::OddTree& c : grabsys_test::OddTrees()) {
+        SCOPED_TRACE(c.root);
+        grabsys_test::View v(12, 6, c.cams, c.a, c.b, c.c, c.whites);
+        for (size_t i = 0; i < v.frames.size(); ++i)
+            grabsys_test::FillFringe(v.frames[i]->GetImg(), 12, 6, 5, 0.3 * static_cast<double>(i), static_cast<uint32_t>(i));
+        const std::string file = "D:\\in\\" + std::to_string(viewIdx) + ".armraw";
+        ASSERT_TRUE(grabsys_test::WriteOddView(c, v, viewIdx, file));
+        ArmImageExtractor extractor;
+        EXPECT_EQ(extractor.ExtractView({viewIdx, "D:\\in\\", c.root, 1}), c.whole);
+
+        capture::ArmViewContent view;
+        ASSERT_TRUE(capture::ReadArmView(file, view).ok());
+        std::vector<preview::Row> rows;
+        std::string error;
+        ASSERT_EQ(preview::ArmRows(view, viewIdx, c.root, 8, rows, error), c.whole) << error;
+        const std::string rootDir = dir.File("D/" + c.root.substr(3, c.root.size() - 4));
+        std::set<std::string> shown;
+        for (const preview::Row& row : rows) {
+            const std::string folder = "Cam" + row.tag + "/" + std::to_string(viewIdx) + "/";
+            for (const preview::FrameRef& f : row.frames) {
+                const std::string name = folder + "img" + (f.name == "IMGW" ? "W" : f.name.substr(3)) + ".bmp";
+                shown.insert(name);
+                EXPECT_EQ(grabsys_test::BmpPixels(rootDir + "/" + name), std::vector<unsigned char>(f.pixels, f.pixels + 72))
+                    << name;
+            }
+        }
+        if (c.whole) {
+            EXPECT_EQ(shown, grabsys_test::Tree(rootDir));
+        }
+        ++viewIdx;
+    }
+}
+
+TEST(PreviewSheet, LabelsDropWholeFieldsAtEveryWidth) {
+    // Five glyphs fit 32 pixels: "59 0.0%" keeps its mean and drops the
+    // share, never "59 0.".
+    EXPECT_EQ(preview::FitFields({"59", "0.0%"}, " ", 32), "59");
+    EXPECT_EQ(preview::FitFields({"59", "0.0%"}, " ", 41), "59 0.0%");
+    EXPECT_EQ(preview::FitFields({"IMG11"}, " ", 28), "");
+    EXPECT_EQ(preview::FitFields({"GENERAL PACKAGE V3", "2 RUNS", "PROJECT FILE 41 BYTES"}, "  ", 248),
+              "GENERAL PACKAGE V3  2 RUNS");
+
+    // Whatever the width the tool takes, a label holds only whole fields,
+    // and all of them once there is room; the sheet is drawn at each.
+    std::vector<uint8_t> frames(4 * 3 * 13, 128);
+    capture::ArmViewContent view;
+    view.header.sinFrameCount = 12;
+    view.header.whiteFrameCount = 1;
+    view.header.camCount = 1;
+    view.header.sinDimA = view.header.sinDimB = 1;
+    view.header.sinDimC = 12;
+    view.cameras = {0};
+    view.sin = capture::FrameStack{4, 3, 12, frames.data()};
+    view.white = capture::FrameStack{4, 3, 1, frames.data() + 12 * 12};
+    for (uint32_t width = 8; width <= 2048; width += width < 64 ? 1 : 97) {
+        const std::string fitted = preview::FitFields({"128", "12.5%"}, " ", width);
+        EXPECT_TRUE(fitted.empty() || fitted == "128" || fitted == "128 12.5%") << width;
+        EXPECT_EQ(fitted == "128 12.5%", width >= 6 * 9 - 1) << width;
+        preview::SheetOptions o;
+        o.thumbWidth = width;
+        Sheet sheet;
+        ASSERT_TRUE(RenderArmViewSheet(view, 0, o, sheet).ok()) << width;
+    }
 }

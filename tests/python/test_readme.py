@@ -4,6 +4,8 @@ import re
 import subprocess
 import sys
 
+import grabsystem
+
 
 def test_readme_example_runs(demo, tmp_path):
     readme = open(os.path.join(os.path.dirname(__file__), "..", "..", "README.md")).read()
@@ -31,3 +33,17 @@ def test_stubs_name_what_the_module_has():
         if issubclass(target, Exception):  # its fields are the instance's
             target = target("file", "cause")
         assert members <= set(dir(target)), cls.name
+
+
+def test_readme_lists_every_counter_and_the_dicts_use_the_tables():
+    readme = open(os.path.join(os.path.dirname(__file__), "..", "..", "README.md")).read()
+    for struct, fields in grabsystem.counter_fields().items():
+        # From where the README first names the struct to the end of that section.
+        start = readme.index(f"`{struct}`") if f"`{struct}`" in readme else readme.index(f"::{struct}`")
+        end = readme.find("\n## ", start)
+        section = readme[start:end]
+        missing = [name for name, _ in fields if f"`{name}`" not in section]
+        assert not missing, f"README lists no {missing} near {struct}"
+    pool = grabsystem.ImagePool(1, 4, 4)
+    assert list(pool.counters) == [key for _, key in grabsystem.counter_fields()["PoolCounters"]]
+    assert list(grabsystem.ArmExtractor().counters) == [key for _, key in grabsystem.counter_fields()["ExtractCounters"]]

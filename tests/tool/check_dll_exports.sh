@@ -1,8 +1,10 @@
 #!/usr/bin/env bash
 # Checks the export table of the Windows DLL against the public surface:
-# every class the headers mark GRABSYSTEM_EXPORT has exported members, so do
-# the codec functions, and the internals (operating-system services, the
-# CUDA driver binding, the frame-rate meter) stay hidden.
+# every class the public headers (include/grabsystem) mark GRABSYSTEM_EXPORT
+# has exported members, so do the codec functions; the internal headers
+# beside the sources mark nothing for export, and the internals
+# (operating-system services, the CUDA driver binding, the frame-rate meter)
+# stay hidden.
 # Usage: check_dll_exports.sh <grabsystem.dll> <source dir>
 set -uo pipefail
 dll="$1"
@@ -15,20 +17,22 @@ failed=0
 # Itanium mangling: a name appears as <length><name>.
 has() { grep -q "${#1}$1" <<<"$exports"; }
 
-classes="$(grep -rhoE '(class|struct) GRABSYSTEM_EXPORT (GRABSYS_CAPABILITY\([^)]*\) )?[A-Za-z_][A-Za-z_0-9]*' "$src/grabsystem" --include=*.h |
+classes="$(grep -rhoE '(class|struct) GRABSYSTEM_EXPORT (GRABSYS_CAPABILITY\([^)]*\) )?[A-Za-z_][A-Za-z_0-9]*' "$src/include/grabsystem" --include=*.h |
            sed -E 's/.* ([A-Za-z_][A-Za-z_0-9]*)$/\1/' | sort -u)"
 count=0
 for c in $classes; do
   count=$((count + 1))
   has "$c" || { echo "not exported: class $c" >&2; failed=1; }
 done
-functions="$(grep -rhoE '^GRABSYSTEM_EXPORT [^(]* \*?[A-Za-z_][A-Za-z_0-9]*\(' "$src/grabsystem/format" --include=*.h |
+functions="$(grep -rhoE '^GRABSYSTEM_EXPORT [^(]* \*?[A-Za-z_][A-Za-z_0-9]*\(' "$src/include/grabsystem/format" --include=*.h |
              sed -E 's/.*[ *]([A-Za-z_][A-Za-z_0-9]*)\($/\1/' | sort -u)"
 nfunctions=0
 for f in $functions; do
   nfunctions=$((nfunctions + 1))
   has "$f" || { echo "not exported: codec function $f" >&2; failed=1; }
 done
+marked="$(grep -rl 'GRABSYSTEM_EXPORT' "$src/grabsystem" --include=*.h)"
+[ -z "$marked" ] || { echo "internal headers mark exports: $marked" >&2; failed=1; }
 for hidden in CFpsMeterP SystemTickMs SystemStartThread MemoryStream AllocatePages OpenLibrary FindSymbol Absence; do
   has "$hidden" && { echo "exported but internal: $hidden" >&2; failed=1; }
 done

@@ -78,3 +78,17 @@ TEST(Lz4Tool, DamagedBlocksAreRefusedWhereverTheyBreak) {
     EXPECT_EQ(CLZ4DecompressorP::DecodedSize(longRun, sizeof longRun), -1);
     EXPECT_EQ(CLZ4DecompressorP::DecodedSize(nullptr, 3), -1);
 }
+
+TEST(Lz4Tool, ABufferSizeBecomesTheIntCapacityACallerHandsOver) {
+    // The low 32 bits, two's complement: frames of 2^31 bytes and more get
+    // a capacity the decoder refuses.
+    EXPECT_EQ(CLZ4DecompressorP::CapacityOf(1224u * 1024u), 1224 * 1024);
+    EXPECT_EQ(CLZ4DecompressorP::CapacityOf(0x7FFFFFFFu), 0x7FFFFFFF);
+    EXPECT_EQ(CLZ4DecompressorP::CapacityOf(65536ull * 32768u), INT32_MIN);
+    EXPECT_EQ(CLZ4DecompressorP::CapacityOf(60000ull * 60000u), 60000ll * 60000 - (1ll << 32));
+    EXPECT_EQ(CLZ4DecompressorP::CapacityOf(0xFFFFFFFFu), -1);
+    EXPECT_EQ(CLZ4DecompressorP::CapacityOf(1ull << 32), 0);
+    const unsigned char empty = 0;  // the block of no bytes
+    unsigned char out[4] = {};
+    EXPECT_EQ(CLZ4DecompressorP::DecompressRaw(&empty, 1, out, CLZ4DecompressorP::CapacityOf(0xFFFFFFFFu)), 0);
+}

@@ -1,12 +1,12 @@
 #include "arm_demo.h"
 
 #include <chrono>
-#include <cmath>
 #include <cstring>
 #include <iomanip>
 #include <memory>
 #include <vector>
 
+#include "fringe.h"
 #include "grabsystem/grabsystem.h"
 
 namespace grabsys {
@@ -21,29 +21,10 @@ double Seconds(Clock::time_point since) { return std::chrono::duration<double>(C
 // M_PI is not standard C++ and mingw hides it.
 constexpr double kPi = 3.14159265358979323846;
 
-// A fringe frame as a projector-and-camera pair sees it: a sinusoid of the
-// given period and phase over an object in the middle, a dark background
-// around it, a little sensor noise.
 std::unique_ptr<CImg8P> FringeFrame(uint32_t w, uint32_t h, double period, double phase, uint32_t seed) {
     auto img = std::make_unique<CImg8P>();
     img->SetSize(w, h, 1, false);
-    unsigned char* px = img->GetImg();
-    uint32_t noise = seed * 2654435761u + 1;
-    for (uint32_t y = 0; y < h; ++y) {
-        for (uint32_t x = 0; x < w; ++x) {
-            const double dx = (x - w / 2.0) / (w * 0.35), dy = (y - h / 2.0) / (h * 0.4);
-            const bool object = dx * dx + dy * dy < 1.0;
-            noise = noise * 1664525u + 1013904223u;
-            const int jitter = static_cast<int>(noise >> 30);  // 0..3
-            const double v = object ? 120 + 90 * std::cos(2 * kPi * x / period + phase) : 8;
-            px[size_t{y} * w + x] = static_cast<unsigned char>(v + jitter);
-        }
-    }
-    return img;
-}
-
-std::unique_ptr<CImg8P> WhiteFrame(uint32_t w, uint32_t h, uint32_t seed) {
-    auto img = FringeFrame(w, h, 1e9, 0, seed);  // no fringes: lit object
+    grabsys_test::FillFringe(img->GetImg(), w, h, period, phase, seed);
     return img;
 }
 
@@ -61,7 +42,8 @@ Capture CaptureView(const ArmDemoOptions& o, uint32_t view) {
             c.sin.push_back(FringeFrame(o.width, o.height, period, 2 * kPi * step / o.sinDimC, view * 977 + cam * 131 + i));
         }
     }
-    for (uint32_t cam = 0; cam < o.cameras; ++cam) c.white.push_back(WhiteFrame(o.width, o.height, view * 7 + cam));
+    for (uint32_t cam = 0; cam < o.cameras; ++cam)
+        c.white.push_back(FringeFrame(o.width, o.height, grabsys_test::kWhitePeriod, 0, view * 7 + cam));
     return c;
 }
 

@@ -114,8 +114,7 @@ void UseDriveRoot(const std::string& root) {
 #endif
     // A general package's load writes its project file into this folder
     // and expects it to exist, as it does on a scanner workstation.
-    const std::string project = GrabSystem::CDebugPackageP::kProjectFilePath;
-    ToolEnv()->CreateDirectories(project.substr(0, project.find_last_of("\\/")));
+    GrabSystem::capture::MakeProjectFileFolder(ToolEnv());
 }
 
 CommandFiles::CommandFiles(const Output& output)

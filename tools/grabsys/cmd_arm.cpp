@@ -25,23 +25,7 @@ struct ArmOptions {
 
 // The folder as the library joins it: a trailing separator so that a view
 // file is <dir><view>.armraw.
-std::string AsSource(std::string dir) {
-    if (!dir.empty() && dir.back() != '/' && dir.back() != '\\') dir += '\\';
-    return dir;
-}
-
-// The file's size and what its header says; false when the file holds less
-// than a whole header.
-bool ReadHeader(platform::Env* env, const std::string& path, OneViewArmImageDataHeader& header, uint64_t& size) {
-    BinaryReader reader(env);
-    if (reader.Open(path.c_str()) == 0) return false;
-    size = reader.Remaining();
-    std::vector<unsigned char> bytes(format::kArmHeaderBytes);
-    const size_t got = reader.ReadByteArray(bytes.data(), bytes.size());
-    bool complete = false;
-    header = format::DecodeArmHeader(format::Bytes(bytes.data(), got), &complete);
-    return complete;
-}
+std::string AsSource(const std::string& dir) { return DrasselSpace::CWinHelper::WithTrailingSeparator(dir); }
 
 int RunArmList(const ArmOptions& o, const Output& output) {
     CommandFiles files(output);
@@ -59,18 +43,22 @@ int RunArmList(const ArmOptions& o, const Output& output) {
         }
         if (output.quiet) continue;
         for (int view : views) {
-            OneViewArmImageDataHeader header;
-            uint64_t size = 0;
-            const std::string path = AsSource(dir) + std::to_string(view) + ".armraw";
-            if (!ReadHeader(&files, path, header, size)) {
+            capture::ArmHead head;
+            const Status read = capture::ReadArmHead(AsSource(dir) + std::to_string(view) + ".armraw", head, &files);
+            const OneViewArmImageDataHeader& header = head.header;
+            if (!read.ok() && head.fileBytes < format::kArmHeaderBytes) {
                 std::cout << "  view " << view << ": shorter than its " << format::kArmHeaderBytes << "-byte header ("
-                          << size << " bytes)\n";
+                          << head.fileBytes << " bytes)\n";
+                continue;
+            }
+            if (!read.ok()) {
+                std::cout << "  view " << view << ": " << read.cause() << "\n";
                 continue;
             }
             std::cout << "  view " << view << ": " << header.sinFrameCount << " Sin + " << header.whiteFrameCount
                       << " white frames, " << header.width << " x " << header.height << ", " << header.camCount
                       << " camera" << (header.camCount == 1 ? "" : "s") << " (" << header.sinDimA << " x "
-                      << header.sinDimB << " x " << header.sinDimC << "), " << MiB(size) << "\n";
+                      << header.sinDimB << " x " << header.sinDimC << "), " << MiB(head.fileBytes) << "\n";
         }
     }
     return ReportFiles(files) != 0 ? 1 : status;

@@ -309,11 +309,10 @@ void PrintJson(const GrabOptions& o, const GrabResult& r, const std::string& nam
     std::cout << "{\"camera\": " << Quote(name) << ", \"vendor\": " << Quote(d.vendor) << ", \"model\": " << Quote(d.model)
               << ", \"serial\": " << Quote(d.serial) << ", \"protocol\": " << Quote(d.protocol) << ", \"width\": " << d.width
               << ", \"height\": " << d.height << ", \"pixel_format\": " << Quote(d.pixelFormat) << ", \"taken\": " << r.taken
-              << ", \"seconds\": " << r.seconds << ", \"counters\": {\"sent\": " << c.sent << ", \"completed\": " << c.completed
-              << ", \"pushed\": " << c.pushed << ", \"refused_no_free_node\": " << c.refusedNoFreeNode << ", \"refused_too_large\": "
-              << c.refusedTooLarge << ", \"overwritten\": " << c.overwritten << ", \"incomplete\": " << c.incomplete
-              << ", \"missed\": " << c.missed << ", \"underruns\": " << c.underruns << ", \"timeouts\": " << c.timeouts
-              << ", \"bytes_pushed\": " << c.bytesPushed << "}, \"balanced\": " << (c.Balanced() ? "true" : "false");
+              << ", \"seconds\": " << r.seconds << ", \"counters\": {";
+    for (const auto& field : GrabSystem::camera::kCameraCounterFields)
+        std::cout << (&field == GrabSystem::camera::kCameraCounterFields ? "" : ", ") << Quote(field.key) << ": " << c.*field.member;
+    std::cout << "}, \"balanced\": " << (c.Balanced() ? "true" : "false");
     if (!o.outDir.empty())
         std::cout << ", \"output\": " << Quote(NativePath(o.outDir)) << ", \"files_written\": " << r.filesWritten
                   << ", \"views_dropped\": " << r.viewsDropped << ", \"frames_discarded\": " << r.framesDiscarded;

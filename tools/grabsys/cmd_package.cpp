@@ -118,64 +118,36 @@ int RunPackageCreate(const CreateOptions& o, const Output& output) {
     unsigned width = 0, height = 0;
     const std::vector<Frame> frames = ReadFrames(files, o.from, width, height, output);
     if (frames.empty()) return 1;
-    const uint64_t frameBytes = uint64_t{width} * height;
-    if (frameBytes * frames.size() > UINT32_MAX) return Fail("the frames exceed the 4 GiB a package can hold");
-
-    // The save replaces the file only once it is whole; what it returns
-    // says only whether the file could be created, the files' account says
-    // whether it was written.
-    bool created = false;
+    capture::FrameRun run;
+    run.info.JumpIdx = o.jump;
+    run.info.Width = width;
+    run.info.Height = height;
+    run.info.FrameCount = static_cast<uint32_t>(frames.size());
+    run.info.CamIdx = o.camera;
+    run.info.GroupIdx = o.group;
+    for (const Frame& f : frames) run.frames.push_back(f.pixels.get());
     uint64_t dataBytes = 0;
+    Status written;
     if (!o.general) {
-        CDebugImgPackageP pkg;
-        pkg.SetEnv(&files);
-        CDebugImgPackageInfoP run;
-        run.Width = width;
-        run.Height = height;
-        run.FrameCount = static_cast<uint32_t>(frames.size());
-        run.CamIdx = o.camera;
-        run.GroupIdx = o.group;
-        pkg.AddPackageInfo(run);
-        pkg.SetJumpIdx(static_cast<unsigned char>(o.jump));
-        pkg.CreatePackageBuffer();
-        for (size_t i = 0; i < frames.size(); ++i) pkg.AddData(0, frames[i].pixels.get(), static_cast<unsigned>(i));
-        dataBytes = pkg.BufferSize;
-        created = pkg.SaveDebugPackage(o.output);
+        written = capture::WriteImagePackage(o.output, {run}, static_cast<uint8_t>(o.jump), &files, &dataBytes);
     } else {
-        std::unique_ptr<CDebugPackageP> pkg(new CDebugPackageP);
-        pkg->SetEnv(&files);
-        pkg->InitialPackageBuffer();
-        CDebugPackageInfoP run;
-        run.JumpIdx = o.jump;
-        run.Width = width;
-        run.Height = height;
-        run.FrameCount = static_cast<uint32_t>(frames.size());
-        run.CamIdx = o.camera;
-        run.GroupIdx = o.group;
-        pkg->AddPackageInfo(run);
+        std::unique_ptr<unsigned char[]> project;
+        uint64_t projectBytes = 0;
         if (!o.project.empty()) {
-            unsigned char* project = nullptr;
-            unsigned long long size = 0;
-            if (!DrasselSpace::FileToolP::LoadDataFromFile(o.project, project, size, &files)) {
+            const Status read = files.ReadFile(o.project, project, projectBytes);
+            if (!read.ok()) {
                 ReportFiles(files);
                 return Fail(o.project + ": cannot read the project file");
             }
-            std::unique_ptr<unsigned char[]> owned(project);
-            if (size > INT32_MAX || !pkg->AddData(0, project, 0, static_cast<int>(size)))
-                return Fail(o.project + ": the project file is too large for a package");
         }
-        std::vector<unsigned char> block(static_cast<size_t>(DrasselSpace::CLZ4CompressorP::GetCompressBound(static_cast<int>(frameBytes))));
-        for (const Frame& f : frames) {
-            const int n = DrasselSpace::CLZ4CompressorP::CompressRaw(f.pixels.get(), static_cast<int>(frameBytes),
-                                                                     block.data(), static_cast<int>(block.size()), 3);
-            if (n == 0 || !pkg->AddData(0, block.data(), 0, n)) return Fail("the frames exceed the 1 GiB a package can stage");
-        }
-        pkg->AllocateDebugImgBuffer();
-        dataBytes = pkg->GetDataSize();
-        created = pkg->SaveDebugPackage(o.output, !o.project.empty());
+        const format::Bytes projectFile(project.get(), static_cast<size_t>(projectBytes));
+        written = capture::WriteGeneralPackage(o.output, {run}, o.project.empty() ? nullptr : &projectFile, &files,
+                                               &dataBytes);
     }
+    // The package goes into place only whole; the files' account says why
+    // it did not.
     if (ReportFiles(files) != 0) return 1;
-    if (!created) return Fail(o.output + ": cannot write the package");
+    if (!written.ok()) return Fail(written.ToString());
     if (!output.quiet) {
         std::cout << "wrote " << (o.general ? "general" : "image") << " package " << o.output << ": " << frames.size()
                   << " frames of " << width << " x " << height << ", camera " << o.camera << ", group " << o.group
@@ -189,11 +161,8 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
     {
         CommandFiles heads(output);
         for (const std::string& file : o.files) {
-            BinaryReader reader(&heads);
-            unsigned char head[format::kPackageHeadBytes];
-            const size_t got = reader.Open(file.c_str()) == 0 ? 0 : reader.ReadByteArray(head, sizeof head);
-            if (!reader.status().ok()) return Fail(reader.status().ToString());
-            if (!format::HoldsPackageHead(format::Bytes(head, got))) return Fail(file + ": too short to be a debug package");
+            const Status head = capture::CheckPackageHead(file, &heads);
+            if (!head.ok()) return Fail(head.ToString());
         }
     }
     const Status root = ToolEnv()->CreateDirectories(o.root);
@@ -208,9 +177,9 @@ int RunPackageExport(const ExportOptions& o, const Output& output) {
     const bool ok = exporter.ExprotPackage(o.files);
     const fs::path tree = NativePath(format::kExportTreeRoot);
     std::map<std::string, size_t> folders;
-    if (fs::is_directory(tree, ec))
-        for (const auto& entry : fs::recursive_directory_iterator(tree, ec))
-            if (entry.is_regular_file()) ++folders[fs::relative(entry.path().parent_path(), tree).generic_string()];
+    // A tree that is not there lists nothing.
+    for (const auto& entry : fs::recursive_directory_iterator(tree, ec))
+        if (entry.is_regular_file()) ++folders[fs::relative(entry.path().parent_path(), tree).generic_string()];
     if (!output.quiet) {
         std::cout << "tree under " << tree.string() << ":\n";
         for (const auto& [folder, count] : folders) std::cout << "  " << folder << ": " << count << " BMP files\n";

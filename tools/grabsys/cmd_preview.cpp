@@ -7,10 +7,6 @@
 #include <string>
 #include <vector>
 
-#ifdef GRABSYS_HAVE_PNG
-#include <png.h>
-#endif
-
 #include "commands.h"
 #include "grabsystem/grabsystem.h"
 
@@ -28,59 +24,10 @@ struct PreviewOptions {
     bool index = false;
 };
 
-// Sheets are PNG where the tool is built with libpng (every Linux build);
-// the Windows build has none and writes BMP.
-#ifdef GRABSYS_HAVE_PNG
-constexpr char kSheetExtension[] = ".png";
-
-void AppendPng(png_structp png, png_bytep data, png_size_t n) {
-    auto* out = static_cast<std::vector<uint8_t>*>(png_get_io_ptr(png));
-    out->insert(out->end(), data, data + n);
-}
-
-bool EncodeSheet(const preview::Sheet& s, std::vector<uint8_t>& out) {
-    png_structp png = png_create_write_struct(PNG_LIBPNG_VER_STRING, nullptr, nullptr, nullptr);
-    png_infop info = png == nullptr ? nullptr : png_create_info_struct(png);
-    if (info == nullptr) {
-        png_destroy_write_struct(&png, nullptr);
-        return false;
-    }
-    // libpng reports its errors by longjmp; nothing here needs unwinding.
-    if (setjmp(png_jmpbuf(png))) {
-        png_destroy_write_struct(&png, &info);
-        return false;
-    }
-    png_set_write_fn(png, &out, AppendPng, nullptr);
-    png_set_IHDR(png, info, s.width, s.height, 8, s.channels == 3 ? PNG_COLOR_TYPE_RGB : PNG_COLOR_TYPE_GRAY,
-                 PNG_INTERLACE_NONE, PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
-    png_set_compression_level(png, 9);
-    png_write_info(png, info);
-    for (uint32_t y = 0; y < s.height; ++y)
-        png_write_row(png, const_cast<png_bytep>(&s.pixels[static_cast<size_t>(y) * s.width * s.channels]));
-    png_write_end(png, nullptr);
-    png_destroy_write_struct(&png, &info);
-    return true;
-}
-#else
-constexpr char kSheetExtension[] = ".bmp";
-
-bool EncodeSheet(const preview::Sheet& s, std::vector<uint8_t>& out) {
-    if (format::BmpPixelBytes(s.width, s.height, s.channels) == 0) return false;
-    out.assign(static_cast<size_t>(format::BmpFileBytes(s.width, s.height, s.channels)), 0);
-    format::Writer w(out.data(), out.size());
-    format::EncodeBmpHeader(w, s.width, s.height, s.channels);
-    const size_t stride = static_cast<size_t>(format::BmpStride(s.width, s.channels));
-    for (uint32_t y = 0; y < s.height; ++y) {
-        const uint8_t* row = &s.pixels[static_cast<size_t>(y) * s.width * s.channels];
-        for (uint32_t x = 0; x < s.width; ++x)  // BMP keeps B, G, R
-            for (uint32_t c = 0; c < s.channels; ++c) w.U8(row[x * s.channels + s.channels - 1 - c]);
-        w.Zeros(stride - static_cast<size_t>(s.width) * s.channels);
-    }
-    return !w.Full();
-}
-#endif
-
 bool IsSeparator(char c) { return c == '/' || c == '\\'; }
+
+// Sheets are PNG, or BMP in a build without libpng (Windows).
+const std::string kSheetExtension = preview::SheetFileExtension();
 
 std::string Stem(std::string path) {
     while (path.size() > 1 && IsSeparator(path.back())) path.pop_back();
@@ -109,7 +56,8 @@ std::vector<std::string> OutputNames(platform::Env* env, const std::string& out,
     if (jobs.size() == 1 && !folder) return {base + kSheetExtension};
     std::set<std::string> used;
     for (const Job& job : jobs) {
-        const std::string start = folder ? out + (IsSeparator(out.back()) ? "" : "/") + job.stem : base + "-" + job.stem;
+        const std::string start =
+            folder ? DrasselSpace::CWinHelper::WithTrailingSeparator(out, '/') + job.stem : base + "-" + job.stem;
         std::string name = start + kSheetExtension;
         for (int n = 2; used.count(name) != 0; ++n) name = start + "-" + std::to_string(n) + kSheetExtension;
         used.insert(name);
@@ -146,7 +94,8 @@ int RunPreview(const PreviewOptions& o, const Output& output) {
         std::sort(views.begin(), views.end());
         if (views.empty()) status = Fail(input + ": no .armraw files named by a view number");
         for (int view : views) {
-            const std::string path = input + (IsSeparator(input.back()) ? "" : "/") + std::to_string(view) + ".armraw";
+            const std::string path =
+                DrasselSpace::CWinHelper::WithTrailingSeparator(input, '/') + std::to_string(view) + ".armraw";
             jobs.push_back({path, Stem(input) + "-" + std::to_string(view),
                             [path, sheetOptions](platform::Env* env, preview::Sheet& s, std::vector<Status>&) {
                                 return preview::RenderFileSheet(path, sheetOptions, s, env);
@@ -175,7 +124,7 @@ int RunPreview(const PreviewOptions& o, const Output& output) {
             continue;
         }
         std::vector<uint8_t> bytes;
-        if (!EncodeSheet(sheet, bytes)) {
+        if (!preview::EncodeSheet(sheet, bytes)) {
             status = Fail(names[i] + ": the sheet cannot be encoded");
             continue;
         }
@@ -201,7 +150,7 @@ int RunPreview(const PreviewOptions& o, const Output& output) {
 void RegisterPreview(CLI::App& app, const Output& output, Runner& run) {
     auto o = std::make_shared<PreviewOptions>();
     CLI::App* cmd = app.add_subcommand(
-        "preview", std::string("Contact sheets (") + (kSheetExtension + 1) +
+        "preview", std::string("Contact sheets (") + kSheetExtension.substr(1) +
                        ") of .armraw views, folders of them, debug packages, raw, BMP and float raw images");
     cmd->add_option("FILE", o->inputs, "Files, or folders of .armraw files (one sheet per view, or --index)")
         ->required()

@@ -49,53 +49,25 @@ bool RunPackageDemo(const PackageDemoOptions& o, GrabSystem::platform::Env* env,
     out << "Debug packages: " << o.cameras << " cameras x " << o.frames << " frames of " << o.width << " x "
         << o.height << "\n";
 
-    // The image package: one run per camera, raw frames.
-    CDebugImgPackageP image;
-    image.SetEnv(env);
-    for (uint32_t cam = 0; cam < o.cameras; ++cam) {
-        CDebugImgPackageInfoP run;
-        run.Width = o.width;
-        run.Height = o.height;
-        run.FrameCount = o.frames;
-        run.CamIdx = cam;
-        image.AddPackageInfo(run);
-    }
-    image.CreatePackageBuffer();
-    for (uint32_t cam = 0; cam < o.cameras; ++cam)
-        for (uint32_t f = 0; f < o.frames; ++f) {
-            auto px = CameraFrame(o, cam, f);
-            image.AddData(cam, px.data(), f);
-        }
-    const bool imageSaved = image.SaveDebugPackage(dir + "image.dbg");
-
-    // The general package: a project file, then LZ4 frames; jump index 3.
-    const std::string project = "<vormex-project scan='demo' cameras='" + std::to_string(o.cameras) + "'/>";
-    CDebugPackageP general;
-    general.SetEnv(env);
-    general.InitialPackageBuffer();
-    general.AddData(0, reinterpret_cast<unsigned char*>(const_cast<char*>(project.data())), 0,
-                    static_cast<int>(project.size()));
+    // One run per camera, in both forms: the image package of raw frames,
+    // the general package of LZ4 frames after a project file, jump index 3.
+    std::vector<std::vector<unsigned char>> pixels;
+    std::vector<capture::FrameRun> runs(o.cameras);
     uint64_t plain = 0;
-    std::vector<unsigned char> block(static_cast<size_t>(DrasselSpace::CLZ4CompressorP::GetCompressBound(
-        static_cast<int>(size_t{o.width} * o.height))));
     for (uint32_t cam = 0; cam < o.cameras; ++cam) {
-        CDebugPackageInfoP run;
-        run.JumpIdx = 3;
-        run.Width = o.width;
-        run.Height = o.height;
-        run.FrameCount = o.frames;
-        run.CamIdx = cam;
-        general.AddPackageInfo(run);
-        for (uint32_t f = 0; f < o.frames; ++f) {
-            auto px = CameraFrame(o, cam, f);
-            const int n = DrasselSpace::CLZ4CompressorP::CompressRaw(px.data(), static_cast<int>(px.size()), block.data(),
-                                                                     static_cast<int>(block.size()), 3);
-            general.AddData(0, block.data(), 0, n);
-            plain += px.size();
-        }
+        runs[cam].info = CDebugPackageInfoP{3, o.width, o.height, o.frames, cam, 0};
+        for (uint32_t f = 0; f < o.frames; ++f) pixels.push_back(CameraFrame(o, cam, f));
     }
-    general.AllocateDebugImgBuffer();
-    const bool generalSaved = general.SaveDebugPackage(dir + "general.dbg", true);
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        runs[i / o.frames].frames.push_back(pixels[i].data());
+        plain += pixels[i].size();
+    }
+    const bool imageSaved = capture::WriteImagePackage(dir + "image.dbg", runs, 0, env).ok();
+    const std::string project = "<vormex-project scan='demo' cameras='" + std::to_string(o.cameras) + "'/>";
+    const format::Bytes projectFile(reinterpret_cast<const uint8_t*>(project.data()), project.size());
+    uint64_t generalData = 0;
+    const bool generalSaved =
+        capture::WriteGeneralPackage(dir + "general.dbg", runs, &projectFile, env, &generalData).ok();
     if (!imageSaved || !generalSaved) {
         out << "  a package could not be saved under " << dir << "\n";
         return false;
@@ -129,7 +101,7 @@ bool RunPackageDemo(const PackageDemoOptions& o, GrabSystem::platform::Env* env,
     out << "  image package:   " << imageSame << " frames exported and identical (" << (imageExported ? "ok" : "FAILED")
         << ")\n";
     out << "  general package: " << generalSame << " frames exported and identical, LZ4 " << std::fixed
-        << std::setprecision(2) << static_cast<double>(plain) / static_cast<double>(general.GetDataSize()) << ":1 ("
+        << std::setprecision(2) << static_cast<double>(plain) / static_cast<double>(generalData) << ":1 ("
         << (generalExported ? "ok" : "FAILED") << "), project file " << exporter.GetProjectFileSize() << " bytes "
         << (projectOk ? "identical" : "DIFFERS") << "\n";
     out.unsetf(std::ios::fixed);

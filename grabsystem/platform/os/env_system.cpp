@@ -31,13 +31,6 @@ FILE* Buffered(FILE* file) {
     return file;
 }
 
-// Unique within the process by the counter and between processes by the id,
-// so that two writers of one path never share a temporary file.
-std::string TempName(const std::string& path) {
-    static std::atomic<uint64_t> counter{0};
-    return path + ".tmp-" + std::to_string(sys::ProcessId()) + "-" + std::to_string(counter++);
-}
-
 // A std::filesystem error, worded as the system words it.
 Status FromErrorCode(const std::string& path, const std::string& what, const std::error_code& ec) {
     std::string cause = ec ? what + " (" + ec.message() + ")" : what;
@@ -224,7 +217,7 @@ public:
         // A name left by a crashed process with our id is skipped, not reused.
         int error = EEXIST;
         for (int attempt = 0; attempt < 16 && error == EEXIST; ++attempt) {
-            const std::string temp = TempName(path);
+            const std::string temp = TemporaryFileName(path);
             errno = 0;
             FILE* file = Buffered(sys::CreateNew(temp));
             if (file != nullptr) {
@@ -336,6 +329,23 @@ public:
 };
 
 }  // namespace
+
+std::string TemporaryFileName(const std::string& path) {
+    static std::atomic<uint64_t> counter{0};
+    return path + ".tmp-" + std::to_string(sys::ProcessId()) + "-" + std::to_string(counter++);
+}
+
+bool IsTemporaryFileName(const std::string& name) {
+    // <name>.tmp-<digits>-<digits>, with a name of at least one character.
+    const size_t at = name.rfind(".tmp-");
+    if (at == std::string::npos || at == 0) return false;
+    const std::string numbers = name.substr(at + 5);
+    const size_t dash = numbers.find('-');
+    auto digits = [](const std::string& s) {
+        return !s.empty() && s.find_first_not_of("0123456789") == std::string::npos;
+    };
+    return dash != std::string::npos && digits(numbers.substr(0, dash)) && digits(numbers.substr(dash + 1));
+}
 
 Env* Env::System() {
     static SystemEnv env;

@@ -3,6 +3,8 @@
 #include <lz4.h>
 
 #include <climits>
+#include <cstdint>
+#include <cstring>
 #include <new>
 
 namespace DrasselSpace {
@@ -24,6 +26,15 @@ int CLZ4DecompressorP::DecompressRaw(const unsigned char* src, int srcSize, unsi
     const int n = LZ4_decompress_safe(reinterpret_cast<const char*>(src), reinterpret_cast<char*>(dst), srcSize,
                                       dstCapacity);
     return n > 0 ? n : 0;
+}
+
+int CLZ4DecompressorP::CapacityOf(unsigned long long size) {
+    // Converting a value above INT_MAX to int is implementation-defined
+    // before C++20; int32_t's bytes are two's complement by definition.
+    const auto low = static_cast<uint32_t>(size);
+    int32_t capacity = 0;
+    std::memcpy(&capacity, &low, sizeof capacity);
+    return capacity;
 }
 
 long long CLZ4DecompressorP::DecodedSize(const unsigned char* src, int srcLength) {

@@ -19,8 +19,8 @@ bool CWinHelper::GetDirectoryAllFilePath(const std::string& dir, std::vector<std
     paths.clear();
     std::vector<std::string> names;
     if (!Env::Or(env)->ListFiles(dir, &names).ok()) return false;
-    const bool separated = !dir.empty() && (dir.back() == '\\' || dir.back() == '/');
-    for (const std::string& name : names) paths.push_back(dir + (separated ? "" : "\\") + name);
+    const std::string prefix = WithTrailingSeparator(dir);
+    for (const std::string& name : names) paths.push_back(prefix + name);
     return true;
 }
 
@@ -42,6 +42,11 @@ std::string CWinHelper::GetFileNameWithoutExtension(const std::string& path) {
     const std::string name = path.substr(start);
     const size_t dot = name.find_last_of('.');
     return dot == std::string::npos ? name : name.substr(0, dot);
+}
+
+std::string CWinHelper::WithTrailingSeparator(const std::string& dir, char add, const char* separators) {
+    if (!dir.empty() && std::string(separators).find(dir.back()) != std::string::npos) return dir;
+    return dir + add;
 }
 
 bool StringToolP::IsNumber(const std::string& text) {

@@ -34,6 +34,12 @@ public:
 
     // The decoded size of a block, or -1 when it is not a valid block.
     static long long DecodedSize(const unsigned char* src, int srcLength);
+
+    // `size` as the int capacity a caller hands over when it passes a
+    // buffer's size_t size where the call takes an int: its low 32 bits,
+    // two's complement, so 2^31 bytes and more come out negative (or 0),
+    // which DecompressRaw refuses. The same on every compiler.
+    static int CapacityOf(unsigned long long size);
 };
 
 }  // namespace DrasselSpace

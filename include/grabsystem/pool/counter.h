@@ -1,6 +1,7 @@
 // A count that threads add to and read without a lock (relaxed atomics: each
 // figure is exact, figures read together may be moments apart). It copies as
-// its value, so classes that hold counts stay copyable. Internal.
+// its value, so classes that hold counts stay copyable. Installed only
+// because those classes hold it.
 #pragma once
 
 #include <atomic>

@@ -43,7 +43,11 @@
 //
 // Pixels are RGB (3 channels, interleaved, rows top first, no padding). The
 // background is dark grey, text light grey, in a built-in 5 x 7 font
-// (capitals, digits, some punctuation).
+// (capitals, digits, some punctuation). Text is made of fields (a label
+// line's parts, two spaces apart; a name's or a cause's words and the mean
+// and the clipped share, one space apart): a field that does not fit the
+// room left drops whole, with every field after it, so no number is ever
+// cut in two, at any thumbnail width.
 //
 // Every size is computed in 64 bits and checked before memory is taken: a
 // sheet whose side would pass kMaxSheetSide or whose pixels would pass
@@ -88,6 +92,12 @@ struct SheetOptions {
     uint32_t perRow = 13;      // cells on one line, 1..4096: a camera's 12 phases and its white frame
     uint32_t imageWidth = 480;  // cell width of an image file's sheet, 8..8192
     bool labels = true;
+    // The root a view's tree is taken to be extracted under, as the
+    // extractor is given it (ending with "\"): its path is part of the
+    // extractor's renumbering test (arm_tree.h), so a root that names
+    // Cam0P..Cam7P numbers every folder from 4. Empty: the tree below any
+    // other root.
+    std::string treeRoot;
 };
 
 // What the strip under a thumbnail shows: over every channel value.
@@ -108,16 +118,15 @@ GRABSYSTEM_EXPORT void ThumbnailSize(uint32_t width, uint32_t height, uint32_t c
 GRABSYSTEM_EXPORT bool Downscale(const uint8_t* pixels, uint32_t width, uint32_t height, uint32_t channels,
                                  uint32_t tw, uint32_t th, uint8_t* out);
 
-// One row per directory the extractor would write for the view,
-// Cam<c><P|Q>\<view>\ in the order the view's frames first reach it, its
-// Sin frames in image-number order under the numbers of the tree
-// (img<k>.bmp; P directories of cameras 0..7 numbered from 4, see
-// arm_image_extractor.h), then the white frame (imgW.bmp). A frame that
-// the tree would overwrite (a number written twice, as more than one pass
-// or Q group does) is shown as the tree keeps it: the later one. A view
-// the extractor would fail for its layout (more than 8 cameras, Sin
-// frames with a third dimension of 0, a frame past the directory list)
-// is refused.
+// One row per directory the extractor writes for the view under
+// options.treeRoot (LayOutArmTree, arm_tree.h), Cam<c><P|Q>\<view>\ in
+// the order the view's frames first reach it, its Sin frames in
+// image-number order under the numbers of the tree (img<k>.bmp), then the
+// white frame (imgW.bmp). A frame that the tree would overwrite (a number
+// written twice, as more than one pass or Q group does) is shown as the
+// tree keeps it: the later one. A view the extractor has no whole tree for
+// (more than 8 cameras, Sin frames with a third dimension of 0, a frame
+// past the directory list) is refused.
 GRABSYSTEM_EXPORT Status RenderArmViewSheet(const capture::ArmViewContent& view, int viewIndex,
                                             const SheetOptions& options, Sheet& sheet);
 
@@ -127,7 +136,7 @@ GRABSYSTEM_EXPORT Status RenderPackageSheet(const capture::PackageContent& packa
                                             Sheet& sheet);
 
 // A raw, BMP, float raw or double raw image, loaded with the library's
-// image classes and shown whole at imageWidth, labelled with its
+// image classes (capture/image_file.h) and shown whole at imageWidth, labelled with its
 // information block (size, channels, bits, camera, frame attribute, file
 // format, resolution). 8-bit images show as they are (three or four
 // channels in colour, BMP order turned into RGB); float images exactly as
@@ -136,11 +145,8 @@ GRABSYSTEM_EXPORT Status RenderPackageSheet(const capture::PackageContent& packa
 GRABSYSTEM_EXPORT Status RenderImageSheet(const std::string& path, const SheetOptions& options, Sheet& sheet,
                                           platform::Env* env = nullptr);
 
-// Any of the above, chosen by name and content: ".armraw" names an arm view
-// (its view number is the file's stem); otherwise a BMP by its signature, an
-// image with an information block (raw), a float or double raw whose
-// header accounts for the file's size exactly, a debug package of either
-// form by its first word, and last a ".raw" without a block.
+// Any of the above, chosen by what the file is (capture::IdentifyFile); an
+// arm view's number is the file's stem.
 GRABSYSTEM_EXPORT Status RenderFileSheet(const std::string& path, const SheetOptions& options, Sheet& sheet,
                                          platform::Env* env = nullptr);
 

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "grabsystem/pool/counter_fields.h"
+
 namespace GrabSystem {
 
 // Since the output manager was made or its counters were last reset.
@@ -19,6 +21,18 @@ struct OutputCounters {
     uint64_t writtenByWorker = 0;        // queued views the worker saved and destroyed
 };
 
+// Every field of OutputCounters, in order.
+inline constexpr CounterField<OutputCounters> kOutputCounterFields[] = {
+    {"written", "written", &OutputCounters::written},
+    {"refusedNoMemory", "refused_no_memory", &OutputCounters::refusedNoMemory},
+    {"refusedCompressFailed", "refused_compress_failed", &OutputCounters::refusedCompressFailed},
+    {"saveFailed", "save_failed", &OutputCounters::saveFailed},
+    {"waits", "waits", &OutputCounters::waits},
+    {"waitMsTotal", "wait_ms_total", &OutputCounters::waitMsTotal},
+    {"waitMsLongest", "wait_ms_longest", &OutputCounters::waitMsLongest},
+    {"writtenByWorker", "written_by_worker", &OutputCounters::writtenByWorker},
+};
+
 // Of the extractor's last OutputOneViewArmImages call, per source.
 struct ExtractCounters {
     uint64_t extracted[3] = {};     // views the extractor took as written out
@@ -26,6 +40,13 @@ struct ExtractCounters {
     uint64_t filesFailed[3] = {};   // of the extracted views, those whose BMP files did not all go into place
                                     // whole (a failed or short write, a refused folder); the system counts
                                     // them as extracted, so failedViews does not name them
+};
+
+// Every field of ExtractCounters, in order.
+inline constexpr CounterField<ExtractCounters, uint64_t[3]> kExtractCounterFields[] = {
+    {"extracted", "extracted", &ExtractCounters::extracted},
+    {"failed", "failed", &ExtractCounters::failed},
+    {"filesFailed", "files_failed", &ExtractCounters::filesFailed},
 };
 
 }  // namespace GrabSystem

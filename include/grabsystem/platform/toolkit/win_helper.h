@@ -32,6 +32,10 @@ public:
     static std::string GetFileExtension(const std::string& path);
     // The file-name part without directory and extension.
     static std::string GetFileNameWithoutExtension(const std::string& path);
+    // `dir` ready for a file name to be appended: as it is when it ends with
+    // one of `separators`, else (an empty `dir` too) with `add` appended.
+    static std::string WithTrailingSeparator(const std::string& dir, char add = '\\',
+                                             const char* separators = "\\/");
 };
 
 class GRABSYSTEM_EXPORT StringToolP {

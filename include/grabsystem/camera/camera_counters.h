@@ -13,6 +13,8 @@
 
 #include <cstdint>
 
+#include "grabsystem/pool/counter_fields.h"
+
 namespace GrabSystem {
 namespace camera {
 
@@ -50,6 +52,21 @@ struct CameraCounters {
         return sent == pushed + refusedNoFreeNode + refusedTooLarge + overwritten + incomplete + missed &&
                completed == pushed + refusedNoFreeNode + refusedTooLarge + overwritten;
     }
+};
+
+// Every field of CameraCounters, in order.
+inline constexpr CounterField<CameraCounters> kCameraCounterFields[] = {
+    {"sent", "sent", &CameraCounters::sent},
+    {"completed", "completed", &CameraCounters::completed},
+    {"pushed", "pushed", &CameraCounters::pushed},
+    {"refusedNoFreeNode", "refused_no_free_node", &CameraCounters::refusedNoFreeNode},
+    {"refusedTooLarge", "refused_too_large", &CameraCounters::refusedTooLarge},
+    {"overwritten", "overwritten", &CameraCounters::overwritten},
+    {"incomplete", "incomplete", &CameraCounters::incomplete},
+    {"missed", "missed", &CameraCounters::missed},
+    {"underruns", "underruns", &CameraCounters::underruns},
+    {"timeouts", "timeouts", &CameraCounters::timeouts},
+    {"bytesPushed", "bytes_pushed", &CameraCounters::bytesPushed},
 };
 
 }  // namespace camera

@@ -5,6 +5,8 @@
 
 #include <cstdint>
 
+#include "grabsystem/pool/counter_fields.h"
+
 namespace GrabSystem {
 
 struct PoolCounters {
@@ -15,6 +17,17 @@ struct PoolCounters {
     uint64_t released = 0;           // nodes released back to the waiting list
     uint64_t maxInUse = 0;           // the most nodes in use at once
     uint64_t bytesCopied = 0;        // frame bytes copied into nodes, pushed or overwritten
+};
+
+// Every field of PoolCounters, in order.
+inline constexpr CounterField<PoolCounters> kPoolCounterFields[] = {
+    {"pushed", "pushed", &PoolCounters::pushed},
+    {"refusedNoFreeNode", "refused_no_free_node", &PoolCounters::refusedNoFreeNode},
+    {"refusedTooLarge", "refused_too_large", &PoolCounters::refusedTooLarge},
+    {"overwritten", "overwritten", &PoolCounters::overwritten},
+    {"released", "released", &PoolCounters::released},
+    {"maxInUse", "max_in_use", &PoolCounters::maxInUse},
+    {"bytesCopied", "bytes_copied", &PoolCounters::bytesCopied},
 };
 
 }  // namespace GrabSystem

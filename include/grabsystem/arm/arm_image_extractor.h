@@ -4,17 +4,21 @@
 //   <out>Cam<c><P|Q>\<view>\img<k>.bmp   Sin frames; P for the first
 //                                         sinDimB group of each sinDimA pass
 //   <out>Cam<c>P\<view>\imgW.bmp          the white-pattern frame of camera c
-// Paths are joined with "\" (the platform maps them on POSIX). In a
-// directory whose path contains Cam0P..Cam7P, frame k is written as
-// img<(k + 4) mod 12>: P directories start their numbering at 4.
+// Paths are joined with "\" (the platform maps them on POSIX). Which frame
+// goes to which file is arm_tree.h's LayOutArmTree: in a directory whose
+// path contains Cam0P..Cam7P, frame k is written as img<(k + 4) mod 12>,
+// so P directories start their numbering at 4.
 //
 // Decoding trusts the header's counts and the records' lengths as far as
 // the file's bytes go: bytes a short file lacks (header, record, data) read
 // as nothing, so such a frame fails as a damaged block does. Every frame is
 // sized to the header's width x height (32-bit, up to 4 GiB, not checked
-// against the file). A frame that fails fails the view, except the last
-// one, which is written with whatever its buffer holds (what the decoder
-// wrote before it stopped, and the freshly allocated rest). Writing fails
+// against the file). The decoder takes that size as a 32-bit int, so a
+// frame of 2^31 bytes or more fails, as does one of 0 bytes (such a frame
+// is not even sized unless it is the last). A frame that fails fails the
+// view, except the last one, which is written with whatever its buffer
+// holds (what the decoder wrote before it stopped, and the freshly
+// allocated rest). Writing fails
 // the view when the camera count exceeds 8, a frame runs past the directory
 // list (more white frames than cameras, negative counts), or sinDimC is 0
 // with Sin frames present. Counts below 1 make their directory loops run
@@ -26,12 +30,11 @@
 // whole (ExtractCounters::filesFailed), through an Env of its own per view
 // over the one it was given.
 //
-// Threads: the extractor's state is its fixed frame-number table, which is
-// only read, so several views may be extracted on different threads at once
-// (one extractor per thread is simplest; _AsyncExtract shares one).
+// Threads: extracting a view changes nothing of the extractor, so several
+// views may be extracted on different threads at once (one extractor per
+// thread is simplest; _AsyncExtract shares one).
 #pragma once
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -123,14 +126,11 @@ private:
     bool _Extract(ExtractArmImageParam param, platform::Env* output = nullptr);
     bool _Save(std::vector<IImgP*>& frames, ExtractArmImageParam param, OneViewArmImageDataHeader header,
                platform::Env* output);
-    bool _IsPDir(std::string dirPath) const;
-    int _FrameNumber(int k) const;
     static unsigned long _ThreadFunc(void* threadParam);
     // Starts one extraction thread at time-critical priority; the caller
     // keeps `threadParam` alive, waits on the handle and closes it.
     void _AsyncExtract(void*& threadHandle, ExtractArmImageThreadParam& threadParam);
 
-    std::map<int, int> m_frameNumbers;
     std::shared_ptr<platform::ThreadPool> m_extractPool;  // null: one thread
     Count m_extracted[3], m_failed[3], m_filesFailed[3];
     platform::Env* m_env = nullptr;

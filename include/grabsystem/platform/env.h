@@ -223,6 +223,14 @@ private:
     std::string m_root;
 };
 
+// The system's Env writes a whole file to a temporary name beside it,
+// "<path>.tmp-<process id>-<n>", n counting within the process, so that
+// two writers of one path never share one. A new such name for `path`:
+GRABSYSTEM_EXPORT std::string TemporaryFileName(const std::string& path);
+// Whether a file name (without its folder) is one of those: what a process
+// killed between writing a file and renaming it leaves behind.
+GRABSYSTEM_EXPORT bool IsTemporaryFileName(const std::string& name);
+
 // Installs an Env as the default for the lifetime of the object, then puts
 // the previous one back. Scopes nest.
 class ScopedEnv {
