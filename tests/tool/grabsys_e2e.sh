@@ -81,7 +81,7 @@ errors)
   expect_error "Directory does not exist" arm list "$T/missing"
   cp -r "$T/demo/armraw" "$T/damaged"
   head -c 5000 "$T/demo/armraw/1.armraw" >"$T/damaged/1.armraw"
-  expect_error "views 1 failed" arm extract "$T/damaged" -o "$T/dx"
+  expect_error "damaged/1.armraw: arm view: the file ends after .* (view 1 failed" arm extract "$T/damaged" -o "$T/dx"
   printf 'file' >"$T/plainfile"
   expect_error "output folder" arm extract "$T/demo/armraw" -o "$T/plainfile/sub"
   expect_error "File does not exist" package export "$T/missing.dbg"

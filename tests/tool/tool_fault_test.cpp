@@ -194,7 +194,7 @@ protected:
         // A view whose folders cannot be made fails as a view (the demo's
         // stages skip what an earlier failure took away): its files were
         // never started.
-        if (c.name != "demo" && !c.grab && r.err.find("views 0 failed") == std::string::npos) {
+        if (c.name != "demo" && !c.grab && r.err.find("view 0 failed") == std::string::npos) {
             EXPECT_EQ(ReportedFailed(r.err), clean.size() - left.size()) << what << ": " << r.err;
         }
         c.counts(r, clean, left);

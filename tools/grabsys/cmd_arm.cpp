@@ -132,14 +132,19 @@ int RunArmExtract(const ArmOptions& o, const Output& output) {
         std::cout << "\n";
     }
     int status = ReportFiles(files);
+    // The extractor says only which views failed; the strict reader says
+    // why, naming the file. A view it reads whole failed for its folders.
     for (size_t s = 0; s < o.dirs.size(); ++s) {
-        if (failedPerSource[s].empty()) continue;
         std::sort(failedPerSource[s].begin(), failedPerSource[s].end());
-        std::string list;
-        for (int v : failedPerSource[s]) list += (list.empty() ? "" : ", ") + std::to_string(v);
-        status = Fail(o.dirs[s] + ": views " + list +
-                      " failed (damaged or unreadable .armraw files, or folders that cannot be made; files written "
-                      "for them before that stay)");
+        for (int v : failedPerSource[s]) {
+            const std::string path = parm.inputDirs[s] + std::to_string(v) + ".armraw";
+            capture::ArmViewContent view;
+            const Status read = capture::ReadArmView(path, view, ToolEnv());
+            status = Fail(NativePath(path) + ": " +
+                          (read.ok() ? "view " + std::to_string(v) + " failed: its folders under the output could not be made"
+                                     : read.cause() + " (view " + std::to_string(v) +
+                                           " failed; files written for it before that stay)"));
+        }
     }
     return status;
 }
