@@ -42,13 +42,13 @@ Status ListCameras(bool discover, std::vector<CameraDescription>& cameras) {
     return platform::ListCameraDevices(discover, cameras);
 }
 
-Status Camera::Open(const CameraSpec& spec, std::unique_ptr<Camera>& camera) {
+Status Camera::Open(const CameraSpec& which, std::unique_ptr<Camera>& camera) {
     std::unique_ptr<platform::CameraDevice> device;
     Status s;
-    switch (spec.source) {
-        case CameraSpec::Source::kSimulated: s = platform::OpenSimulatedCamera(spec.name, device); break;
-        case CameraSpec::Source::kAddress: s = platform::OpenCameraAtAddress(spec.name, device); break;
-        case CameraSpec::Source::kDeviceId: s = platform::OpenCameraById(spec.name, spec.discover, device); break;
+    switch (which.source) {
+        case CameraSpec::Source::kSimulated: s = platform::OpenSimulatedCamera(which.name, device); break;
+        case CameraSpec::Source::kAddress: s = platform::OpenCameraAtAddress(which.name, device); break;
+        case CameraSpec::Source::kDeviceId: s = platform::OpenCameraById(which.name, which.discover, device); break;
     }
     if (!s.ok()) return s;
     camera = std::make_unique<Camera>(std::move(device));

@@ -41,13 +41,13 @@ public:
     PyCamera(const py::object& simulated, const py::object& address, const py::object& deviceId, bool discover) {
         const int given = !simulated.is_none() + !address.is_none() + !deviceId.is_none();
         if (given != 1) throw py::value_error("one of simulated=SERIAL, address=IP or device_id=ID");
-        const CameraSpec spec = !simulated.is_none() ? CameraSpec::Simulated(simulated.cast<std::string>())
+        const CameraSpec which = !simulated.is_none() ? CameraSpec::Simulated(simulated.cast<std::string>())
                                 : !address.is_none() ? CameraSpec::Address(address.cast<std::string>())
                                                      : CameraSpec::DeviceId(deviceId.cast<std::string>(), discover);
         GrabSystem::Status s;
         {
             py::gil_scoped_release release;
-            s = Camera::Open(spec, m_camera);
+            s = Camera::Open(which, m_camera);
         }
         Check(s);
     }

@@ -27,7 +27,7 @@ namespace platform = GrabSystem::platform;
 enum class Sink { kNone, kArmraw, kRaw, kBmp };
 
 struct GrabOptions {
-    CameraSpec spec;
+    CameraSpec which;
     bool simulated = false;
     std::string address, id;
     CameraSettings settings;
@@ -177,7 +177,7 @@ uint64_t NextId(uint64_t id, bool shortIds) { return shortIds && id >= 65535 ? 1
 GrabResult Grab(const GrabOptions& o, const Output& output, platform::TrackingEnv& files) {
     GrabResult r;
     std::unique_ptr<Camera> camera;
-    r.error = Camera::Open(o.spec, camera);
+    r.error = Camera::Open(o.which, camera);
     if (r.error.ok()) r.error = camera->Configure(o.settings);
     if (r.error.ok()) r.error = camera->Describe(r.camera);
     if (!r.error.ok()) return r;
@@ -323,11 +323,11 @@ void PrintJson(const GrabOptions& o, const GrabResult& r, const std::string& nam
 // Checks what CLI11 cannot, and fills in which camera to open and how to set it.
 Status Prepare(GrabOptions& o) {
     if (!o.address.empty()) {
-        o.spec = CameraSpec::Address(o.address);
+        o.which = CameraSpec::Address(o.address);
     } else if (!o.id.empty()) {
-        o.spec = CameraSpec::DeviceId(o.id, o.spec.discover);
+        o.which = CameraSpec::DeviceId(o.id, o.which.discover);
     } else if (o.simulated) {
-        o.spec.source = CameraSpec::Source::kSimulated;
+        o.which.source = CameraSpec::Source::kSimulated;
     } else {
         return Status::InvalidArgument("", "choose a camera: --simulated, --address IP or --id ID");
     }
@@ -349,7 +349,7 @@ int RunGrab(GrabOptions o, const Output& output) {
     const GrabResult r = Grab(o, output, files);
     if (r.camera.width == 0) return Fail(r.error.ToString());  // it never streamed
     if (o.json) {
-        PrintJson(o, r, o.spec.source == CameraSpec::Source::kSimulated ? "simulated camera " + o.spec.name : o.spec.name);
+        PrintJson(o, r, o.which.source == CameraSpec::Source::kSimulated ? "simulated camera " + o.which.name : o.which.name);
     } else {
         PrintTable(o, r, std::cout);
     }
@@ -407,7 +407,7 @@ bool RunCameraDemo(const CameraDemoOptions& d, std::ostream& out, std::vector<St
     }
     GrabOptions o;
     o.simulated = true;
-    o.spec = CameraSpec::Simulated();
+    o.which = CameraSpec::Simulated();
     o.settings.width = d.width;
     o.settings.height = d.height;
     o.settings.frameRate = 1000;
@@ -440,7 +440,7 @@ void RegisterGrab(CLI::App& app, const Output& output, Runner& run) {
     source->add_option("--address", o->address, "A GigE Vision camera at this IPv4 address (connected directly, no broadcast)");
     source->add_option("--id", o->id, "An Aravis device id (USB3 Vision; GigE Vision with --discover)");
     source->require_option(1);
-    grab->add_flag("--discover", o->spec.discover, "With --id: also look for GigE Vision cameras by a discovery broadcast");
+    grab->add_flag("--discover", o->which.discover, "With --id: also look for GigE Vision cameras by a discovery broadcast");
     grab->add_option("--frames", o->frames, "Frames the consumer takes")->check(CLI::Range(1u, 100000000u))->capture_default_str();
     grab->add_option("--seconds", o->seconds, "Stop after this long (0: when the frames are taken)")->check(CLI::Range(0.0, 1e6));
     grab->add_option("--width", o->settings.width, "Region width (default: the camera's)");

@@ -106,7 +106,7 @@ public:
     // Opens the camera: NotFound, TimedOut (nothing answers at the address),
     // InvalidArgument (not an address), NotSupported (no Aravis in this
     // build), IOError; `camera` is left unchanged then.
-    static Status Open(const CameraSpec& spec, std::unique_ptr<Camera>& camera);
+    static Status Open(const CameraSpec& which, std::unique_ptr<Camera>& camera);
     // Over a device of the platform layer (the tests' scripted ones).
     explicit Camera(std::unique_ptr<platform::CameraDevice> device);
     // Stops the stream first.
