@@ -20,8 +20,11 @@ void FileDescription::Text(const std::string& key, const std::string& value) { f
 
 namespace {
 
-// "yes", or "no: " and why.
-std::string YesOr(bool yes, const std::string& why) { return yes ? "yes" : "no: " + why; }
+// The field `key` as "yes", or "no: " and why; a "no" is the file's damage.
+void YesOr(FileDescription& d, const char* key, bool yes, const std::string& why) {
+    d.Text(key, yes ? "yes" : "no: " + why);
+    if (!yes && d.damage.empty()) d.damage = why;
+}
 
 void DescribeInfo(const CImgInfo& info, FileDescription& d) {
     d.Number("width", info.size.GetWidth());
@@ -57,7 +60,7 @@ format::Status DescribeArm(format::Bytes file, FileDescription& d) {
     for (const format::ArmRecordView& record : s.records)
         d.records.push_back({{"kind", record.kind}, {"lz4_bytes", record.length}});
     d.Number("file_bytes", static_cast<double>(file.size));
-    d.Text("complete", YesOr(s.complete, "the records do not end where the file does"));
+    YesOr(d, "complete", s.complete, "the records do not end where the file does");
     const double frames = static_cast<double>(h.sinFrameCount) + h.whiteFrameCount;
     if (s.compressedBytes != 0)
         d.Number("compression_ratio", frames * h.width * h.height / static_cast<double>(s.compressedBytes));
@@ -94,7 +97,7 @@ format::Status DescribeGeneralPackage(format::Bytes file, FileDescription& d) {
     d.Text("project_file", project ? "yes" : "no");
     if (project) d.Number("project_file_bytes", blocks.firstLength);
     d.Number("frame_blocks", static_cast<double>(blocks.blocks - (project && blocks.blocks ? 1 : 0)));
-    d.Text("complete", YesOr(blocks.complete, "a block runs past the end of the file"));
+    YesOr(d, "complete", blocks.complete, "a block runs past the end of the file");
     for (const CDebugPackageInfoP& p : s.records)
         d.records.push_back({{"jump", p.JumpIdx}, {"width", p.Width}, {"height", p.Height}, {"frames", p.FrameCount},
                              {"group", p.GroupIdx}, {"camera", p.CamIdx}});
@@ -115,11 +118,11 @@ format::Status DescribeImageFile(format::Bytes file, FileDescription& d) {
     d.Text("type", bmp ? "BMP image" : isRaw ? "raw image" : std::string(ImageFormatName(info.fileFormat)) + " image");
     d.Text("information_block", found ? "yes" : "no");
     if (found) DescribeInfo(info, d);
-    if (isRaw) d.Text("complete", YesOr(raw.complete, "the pixels end early"));
+    if (isRaw) YesOr(d, "complete", raw.complete, "the pixels end early");
     if (bmp && !found) {
         format::BmpLayout layout;
         const format::Status status = format::DecodeBmpLayout(file, layout);
-        d.Text("readable", YesOr(status == format::Status::kOk, format::Describe(status)));
+        YesOr(d, "readable", status == format::Status::kOk, format::Describe(status));
         d.Number("width", layout.width);
         d.Number("height", layout.height);
         d.Number("channels", layout.channels);

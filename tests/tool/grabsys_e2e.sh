@@ -94,6 +94,10 @@ errors)
   head -c 3000 "$T/demo/packages/general.dbg" >"$T/cut.dbg"
   expect_error "cut.dbg: general package: .*exported as far as" package export "$T/cut.dbg" --root "$T/r2"
   expect_error "not a file of this system" info "$T/plainfile"
+  # A damaged file is still described, and fails the command.
+  head -c 100000 "$T/demo/armraw/0.armraw" >"$T/cut.armraw"
+  expect_error "cut.armraw: arm view: the records do not end" info "$T/cut.armraw"
+  grep -q "complete: no" "$T/out" || fail "info of a cut view does not describe it: $(cat "$T/out")"
   expect_error "nothing was written" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/plainfile/p.dbg"
   expect_error "Directory does not exist" package create --from "$T/missing" -o "$T/p.dbg"
   expect_error "requires --general" package create --from "$T/demo/armbmp/Cam0P/0" -o "$T/p.dbg" --project "$T/plainfile"

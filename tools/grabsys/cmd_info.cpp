@@ -1,5 +1,5 @@
 // grabsys info: what capture::DescribeFile says of each file, as text or
-// JSON.
+// JSON; exit 1 when any file is missing, foreign or damaged.
 #include <cstdio>
 #include <iostream>
 #include <memory>
@@ -117,6 +117,10 @@ int RunInfo(const InfoOptions& o) {
             std::cout << path << "\n";
             r.Print(std::cout, false);
         }
+        // A damaged file is described as far as it reads, and still fails
+        // the command, so that a script learns of it from the exit status.
+        if (!description.damage.empty())
+            status = Fail(path + ": " + FileKindName(description.kind) + ": " + description.damage);
     }
     if (o.json) std::cout << "]\n";
     return status;
@@ -129,7 +133,9 @@ void RegisterInfo(CLI::App& app, const Output&, Runner& run) {
     CLI::App* info = app.add_subcommand("info", "Identify .armraw files, debug packages, raw, BMP and float raw images, print their headers");
     info->add_option("FILE", o->files, "Files to describe")->required()->check(CLI::ExistingFile);
     info->add_flag("--json", o->json, "One JSON array of objects, for scripts");
-    info->footer("Example:\n  grabsys info 12.armraw capture.dbg frame.raw --json");
+    info->footer(
+        "A damaged file is described as far as it reads, and named on stderr with the cause; the exit status is then 1.\n"
+        "Example:\n  grabsys info 12.armraw capture.dbg frame.raw --json");
     RunWhenParsed(info, run, [o] { return RunInfo(*o); });
 }
 

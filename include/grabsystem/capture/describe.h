@@ -27,6 +27,10 @@ struct FileDescription {
     FileKind kind = FileKind::kUnknown;
     std::vector<Field> fields;
     std::vector<std::vector<std::pair<std::string, double>>> records;
+    // Why the file is not whole (records or pixels end early, a BMP that
+    // cannot be read), also said by its "complete" or "readable" field;
+    // empty for a whole file. The fields still describe what could be read.
+    std::string damage;
 
     void Number(const std::string& key, double value);
     void Text(const std::string& key, const std::string& value);
@@ -35,7 +39,8 @@ struct FileDescription {
 // The description of the file at `path` from its bytes. Corruption naming
 // the file and the cause when it is not a file of this system, or is one by
 // its name or head alone and its header cannot be read; `description` is
-// then incomplete.
+// then incomplete. A file whose header reads but whose body is damaged is
+// described, OK, with `damage` set.
 GRABSYSTEM_EXPORT Status DescribeFile(const std::string& path, format::Bytes file, FileDescription& description);
 
 }  // namespace capture
